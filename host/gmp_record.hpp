@@ -1,0 +1,48 @@
+// GMP integer records in host memory: three words (_mp_alloc, _mp_size, _mp_d)
+// with 32-bit limbs, least significant first.
+//
+// On i386 that is GMP's own mpz struct and GMP is handed the record itself; on
+// LP64 GMP's limbs are 64 bits, so this adapter converts.  No other file knows
+// the record's layout.
+#pragma once
+
+#include <gmp.h>
+
+#include <cstdint>
+
+#include "host/words.hpp"
+
+namespace vorn {
+
+// Words a record of `limbs` 32-bit limbs takes when its limbs follow it.
+constexpr std::int32_t record_words(std::int32_t limbs) noexcept { return 3 + limbs; }
+
+// Signed limb count of a record (negative for negative values).
+inline std::int32_t record_size(const word* record) noexcept {
+  return static_cast<std::int32_t>(record[1]);
+}
+
+// |_mp_size|.
+inline std::int32_t record_limb_count(const word* record) noexcept {
+  const std::int32_t s = record_size(record);
+  return s < 0 ? -s : s;
+}
+
+// Floor residue of the record's value mod p (0 ... p - 1), p > 0.
+std::uint32_t record_fdiv_ui(const word* record, std::uint32_t p) noexcept;
+
+// Sets z to the record's value (z initialised by the caller).
+void record_to_mpz(mpz_ptr z, const word* record);
+
+// Writes z as a record at `out` with its limbs right behind it (_mp_d points
+// at out + 3) and _mp_alloc = the limb count; returns the words written.
+std::int32_t mpz_to_record(word* out, mpz_srcptr z) noexcept;
+
+// 32-bit limbs needed for z.
+std::int32_t mpz_limb_count(mpz_srcptr z) noexcept;
+
+// Copies a record with its limbs to `out` (limbs behind it, _mp_alloc kept as
+// it was); returns the words written.
+std::int32_t copy_record(word* out, const word* record) noexcept;
+
+}  // namespace vorn
