@@ -1,0 +1,203 @@
+// The packed encoding: exact words, round trips, and word comparison against
+// the orders computed from exponent vectors, for every pack and order.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "layout_util.hpp"
+#include "poly/monomial.hpp"
+#include "poly/pack.hpp"
+
+namespace vorn {
+namespace {
+
+using test::local_layout;
+using exponents = std::vector<std::uint32_t>;
+
+constexpr monomial_order all_orders[] = {monomial_order::plex, monomial_order::grlex, monomial_order::tdeg};
+
+std::vector<word> packed(monomial_order order, const exponents& e, int pack) {
+  const int n = static_cast<int>(e.size());
+  std::vector<word> words(static_cast<std::size_t>(layout_msize(order, n, pack)) + 1, 0xdeadbeefu);
+  std::fill(words.begin(), words.end() - 1, 0u);
+  pack_routine_of(order)(words.data(), e.data(), n, pack_shift(pack));
+  EXPECT_EQ(words.back(), 0xdeadbeefu) << "pack wrote past msize words";
+  words.pop_back();
+  return words;
+}
+
+TEST(PackedEncoding, WorkedExamplesGiveTheExactWords) {
+  const exponents x2z5 = {2, 0, 5};
+  EXPECT_EQ(packed(monomial_order::plex, x2z5, 4), (std::vector<word>{0x02000500u}));
+  EXPECT_EQ(packed(monomial_order::grlex, x2z5, 4), (std::vector<word>{0x07020005u}));
+  EXPECT_EQ(packed(monomial_order::tdeg, x2z5, 4), (std::vector<word>{0x07020200u, 0x05000200u}));
+  EXPECT_EQ(local_layout(monomial_order::tdeg, 3, 4),
+            (std::vector<word>{2, 0x80000008u, 0x80808080u, 0x80808080u}));
+
+  const exponents five = {1, 2, 3, 4, 5};
+  EXPECT_EQ(packed(monomial_order::plex, five, 2), (std::vector<word>{0x00010002u, 0x00030004u, 0x00050000u}));
+  EXPECT_EQ(packed(monomial_order::grlex, five, 2), (std::vector<word>{0x000f0001u, 0x00020003u, 0x00040005u}));
+  EXPECT_EQ(packed(monomial_order::tdeg, five, 2),
+            (std::vector<word>{0x000f000au, 0x00050004u, 0x00030002u, 0x00010000u}));
+}
+
+TEST(PackedEncoding, GuardMaskForEveryPack) {
+  const auto expected = [](int pack) -> word {
+    if (pack == 1) return 0x80000000u;
+    if (pack == 2) return 0x80008000u;
+    if (pack == 3) return 0x80200802u;
+    if (pack == 4) return 0x80808080u;
+    if (pack == 5) return 0x82082082u;
+    if (pack == 6) return 0x84210842u;
+    if (pack <= 8) return 0x88888888u;
+    if (pack <= 10) return 0x92492492u;
+    if (pack <= 16) return 0xaaaaaaaau;
+    return 0xfffffffeu;
+  };
+  for (int pack = 1; pack <= 32; ++pack) EXPECT_EQ(guard_mask(pack_shift(pack)), expected(pack)) << "pack " << pack;
+}
+
+TEST(PackedEncoding, WordCountsAtTheEdges) {
+  // pack 7 packs eight fields per word, yet msize follows the pack.
+  EXPECT_EQ(layout_msize(monomial_order::plex, 8, 7), 2);
+  EXPECT_EQ(layout_msize(monomial_order::plex, 8, 8), 1);
+  EXPECT_EQ(packed(monomial_order::plex, exponents(8, 1), 7), (std::vector<word>{0x11111111u, 0}));
+  // No variables: plex has no words, the graded orders one zero word.
+  EXPECT_EQ(layout_msize(monomial_order::plex, 0, 3), 0);
+  EXPECT_EQ(packed(monomial_order::grlex, {}, 1), (std::vector<word>{0}));
+  EXPECT_EQ(packed(monomial_order::tdeg, {}, 5), (std::vector<word>{0}));
+  // pack 1: word 0 of a graded monomial holds only the degree.
+  EXPECT_EQ(packed(monomial_order::tdeg, {3, 4}, 1), (std::vector<word>{7, 4, 3}));
+}
+
+// Random and boundary vectors whose fields (and degree, for graded orders)
+// stay below the guard bits.
+std::vector<exponents> sample_vectors(monomial_order order, int n, int shift, std::mt19937& rng, int random_count) {
+  const std::uint64_t limit = (std::uint64_t{1} << (shift - 1)) - 1;  // largest field value
+  const bool graded = order != monomial_order::plex;
+  std::vector<exponents> out;
+  out.push_back(exponents(static_cast<std::size_t>(n), 0));
+  for (int i = 0; i < n; ++i) {  // all of the budget on one variable
+    exponents e(static_cast<std::size_t>(n), 0);
+    e[static_cast<std::size_t>(i)] = static_cast<std::uint32_t>(limit);
+    out.push_back(e);
+  }
+  if (n > 0 && !graded) out.push_back(exponents(static_cast<std::size_t>(n), static_cast<std::uint32_t>(limit)));
+  if (n > 1 && graded) {  // the degree at its limit, split over two variables
+    exponents e(static_cast<std::size_t>(n), 0);
+    e[0] = static_cast<std::uint32_t>(limit / 2);
+    e[static_cast<std::size_t>(n - 1)] = static_cast<std::uint32_t>(limit - limit / 2);
+    out.push_back(e);
+  }
+  for (int r = 0; r < random_count; ++r) {
+    // Half the vectors draw from 0 ... 2 so that degrees and fields tie often.
+    const std::uint64_t top = (r % 2 == 0) ? std::min<std::uint64_t>(limit, 2) : limit;
+    std::uint64_t budget = graded ? std::uniform_int_distribution<std::uint64_t>(0, limit)(rng) : limit;
+    exponents e(static_cast<std::size_t>(n));
+    for (auto& x : e) {
+      const std::uint64_t cap = std::min(top, budget);
+      x = static_cast<std::uint32_t>(std::uniform_int_distribution<std::uint64_t>(0, cap)(rng));
+      if (graded) budget -= x;
+    }
+    std::shuffle(e.begin(), e.end(), rng);
+    out.push_back(e);
+  }
+  return out;
+}
+
+TEST(PackedEncoding, RoundTripAndOrderForEveryPackOrderAndWidth) {
+  const int random_count = test::small_tests ? 10 : 24;
+  for (monomial_order order : all_orders) {
+    for (int pack = 1; pack <= 32; ++pack) {
+      for (int n = 0; n <= 12; ++n) {
+        const unsigned seed = static_cast<unsigned>(pack * 1000 + n * 10 + static_cast<int>(order));
+        std::mt19937 rng(seed);
+        const int shift = pack_shift(pack);
+        const std::vector<word> layout = local_layout(order, n, pack);
+        const int msize = layout_msize(layout.data());
+        const auto vectors = sample_vectors(order, n, shift, rng, random_count);
+        std::vector<std::vector<word>> words;
+        for (const auto& e : vectors) {
+          words.push_back(packed(order, e, pack));
+          const auto& w = words.back();
+          ASSERT_FALSE(has_guard_bit<0>(w.data(), layout_guard(layout.data()), msize))
+              << "seed " << seed << ": a fitting vector sets a guard bit";
+          exponents back(e.size(), 0xffffffffu);
+          unpack_routine_of(order)(w.data(), back.data(), n, shift);
+          ASSERT_EQ(back, e) << "seed " << seed;
+        }
+        for (std::size_t i = 0; i < vectors.size(); ++i)
+          for (std::size_t j = 0; j < vectors.size(); ++j)
+            ASSERT_EQ(test::sign(compare_monomials(words[i].data(), words[j].data(), layout.data())),
+                      test::reference_compare(order, vectors[i], vectors[j]))
+                << "seed " << seed << " pair " << i << ", " << j;
+      }
+    }
+  }
+}
+
+TEST(PackedEncoding, GradedOrdersBreakTiesDifferently) {
+  // Variables (x, y, z): x*z against y^2.
+  const exponents xz = {1, 0, 1}, y2 = {0, 2, 0};
+  for (monomial_order order : {monomial_order::grlex, monomial_order::tdeg}) {
+    const auto layout = local_layout(order, 3, 4);
+    const auto a = packed(order, xz, 4), b = packed(order, y2, 4);
+    const std::int32_t c = compare_monomials(a.data(), b.data(), layout.data());
+    if (order == monomial_order::grlex)
+      EXPECT_GT(c, 0);
+    else
+      EXPECT_LT(c, 0);
+  }
+}
+
+TEST(MonomialWords, MaximaSumsAndBorrowsAgainstTheGuards) {
+  std::mt19937 rng(7);
+  for (int pack : {1, 2, 3, 4, 5, 7, 9, 12}) {
+    const int shift = pack_shift(pack);
+    const int n = 7;
+    const auto layout = local_layout(monomial_order::plex, n, pack);
+    const int msize = layout_msize(layout.data());
+    const word guard = layout_guard(layout.data());
+    const std::uint32_t limit = static_cast<std::uint32_t>((std::uint64_t{1} << (shift - 1)) - 1);
+    std::uniform_int_distribution<std::uint32_t> field(0, limit);
+
+    std::vector<word> terms;
+    exponents largest(n, 0);
+    std::vector<exponents> vectors;
+    for (int t = 0; t < 20; ++t) {
+      exponents e(n);
+      for (int i = 0; i < n; ++i) {
+        e[static_cast<std::size_t>(i)] = field(rng);
+        largest[static_cast<std::size_t>(i)] = std::max(largest[static_cast<std::size_t>(i)], e[static_cast<std::size_t>(i)]);
+      }
+      const auto w = packed(monomial_order::plex, e, pack);
+      terms.insert(terms.end(), w.begin(), w.end());
+      terms.push_back(3);  // coefficient
+      vectors.push_back(e);
+    }
+    std::vector<word> maxima(static_cast<std::size_t>(msize));
+    field_maxima<0>(maxima.data(), terms.data(), 20, msize, shift);
+    EXPECT_EQ(maxima, packed(monomial_order::plex, largest, pack)) << "pack " << pack;
+
+    for (std::size_t a = 0; a < vectors.size(); ++a) {
+      for (std::size_t b = 0; b < vectors.size(); ++b) {
+        bool carry = false, borrow = false;
+        for (int i = 0; i < n; ++i) {
+          carry |= std::uint64_t{vectors[a][static_cast<std::size_t>(i)]} + vectors[b][static_cast<std::size_t>(i)] > limit;
+          borrow |= vectors[a][static_cast<std::size_t>(i)] < vectors[b][static_cast<std::size_t>(i)];
+        }
+        const word* A = terms.data() + a * static_cast<std::size_t>(msize + 1);
+        const word* B = terms.data() + b * static_cast<std::size_t>(msize + 1);
+        std::vector<word> r(static_cast<std::size_t>(msize) + 1);
+        monomial_add<0>(r.data(), A, B, msize);
+        EXPECT_EQ(has_guard_bit<0>(r.data(), guard, msize), carry) << "pack " << pack;
+        monomial_sub<0>(r.data(), A, B, msize);
+        EXPECT_EQ(has_guard_bit<0>(r.data(), guard, msize), borrow) << "pack " << pack;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vorn
