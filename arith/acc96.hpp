@@ -1,0 +1,107 @@
+// The coefficient accumulator: a signed 96-bit sum of coefficient values and
+// of products of two of them, reduced mod p once per output monomial.
+//
+// Invariant: the sum is exact.  Values are host immediates (|v| <= 2^30), so a
+// product stays below 2^60 in magnitude and fewer than 2^35 of them cannot
+// leave 96 bits.  Where the compiler has a 128-bit integer the sum lives in
+// one; elsewhere (i386) in a 64-bit low part and a 32-bit high part.  Both
+// give the same residues.
+#pragma once
+
+#include <cstdint>
+
+namespace vorn {
+
+struct acc96 {
+#if defined(__SIZEOF_INT128__)
+  __extension__ typedef unsigned __int128 wide;
+  wide value;
+#else
+  std::uint64_t low;   // bits 0 ... 63
+  std::uint32_t high;  // bits 64 ... 95, two's complement with low
+#endif
+};
+
+inline void acc_clear(acc96& a) noexcept {
+#if defined(__SIZEOF_INT128__)
+  a.value = 0;
+#else
+  a.low = 0;
+  a.high = 0;
+#endif
+}
+
+namespace detail {
+
+inline void acc_add64(acc96& a, std::int64_t x) noexcept {
+#if defined(__SIZEOF_INT128__)
+  __extension__ typedef __int128 signed_wide;
+  a.value += static_cast<acc96::wide>(static_cast<signed_wide>(x));
+#else
+  const auto ux = static_cast<std::uint64_t>(x);
+  a.low += ux;
+  const std::uint32_t carry = a.low < ux ? 1u : 0u;
+  const std::uint32_t extension = x < 0 ? 0xffffffffu : 0u;
+  a.high += carry + extension;
+#endif
+}
+
+inline void acc_sub64(acc96& a, std::int64_t x) noexcept {
+#if defined(__SIZEOF_INT128__)
+  __extension__ typedef __int128 signed_wide;
+  a.value -= static_cast<acc96::wide>(static_cast<signed_wide>(x));
+#else
+  const auto ux = static_cast<std::uint64_t>(x);
+  const std::uint32_t borrow = a.low < ux ? 1u : 0u;
+  a.low -= ux;
+  const std::uint32_t extension = x < 0 ? 0xffffffffu : 0u;
+  a.high -= borrow + extension;
+#endif
+}
+
+}  // namespace detail
+
+// Adds a signed 32-bit value.
+inline void acc_add(acc96& a, std::int32_t v) noexcept { detail::acc_add64(a, v); }
+
+// Adds or subtracts the full product of two signed 32-bit values.
+inline void acc_add_product(acc96& a, std::int32_t x, std::int32_t y) noexcept {
+  detail::acc_add64(a, static_cast<std::int64_t>(x) * y);
+}
+inline void acc_sub_product(acc96& a, std::int32_t x, std::int32_t y) noexcept {
+  detail::acc_sub64(a, static_cast<std::int64_t>(x) * y);
+}
+
+// The least non-negative residue of the sum mod p (1 <= p < 2^31): the
+// magnitude is reduced by chained 64-by-32-bit divisions from the top word
+// down, and a non-zero residue of a negative sum becomes p - r.
+inline std::int32_t acc_reduce(const acc96& a, std::int32_t p) noexcept {
+  const auto m = static_cast<std::uint64_t>(p);
+#if defined(__SIZEOF_INT128__)
+  acc96::wide v = a.value;
+  const bool negative = (v >> 127) != 0;
+  if (negative) v = -v;
+  const auto top = static_cast<std::uint64_t>(v >> 64);  // < 2^32 for any exact sum
+  const auto low = static_cast<std::uint64_t>(v);
+#else
+  std::uint64_t low = a.low;
+  std::uint64_t top = a.high;
+  const bool negative = (a.high >> 31) != 0;
+  if (negative) {
+    low = ~low + 1;
+    top = (~a.high + (low == 0 ? 1u : 0u)) & 0xffffffffu;
+  }
+#endif
+  std::uint64_t r;
+  if (top == 0) {
+    r = low % m;
+  } else {
+    r = top % m;                        // r < p < 2^31
+    r = ((r << 32) | (low >> 32)) % m;  // fits 63 bits
+    r = ((r << 32) | (low & 0xffffffffu)) % m;
+  }
+  if (negative && r != 0) r = m - r;
+  return static_cast<std::int32_t>(r);
+}
+
+}  // namespace vorn

@@ -1,0 +1,29 @@
+// The extended Euclidean algorithm in signed 32-bit arithmetic.
+#include "arith/mod_inverse.hpp"
+
+namespace vorn {
+
+std::int32_t mod_inverse(std::int32_t a, std::int32_t m) noexcept {
+  std::int32_t r = a % m;
+  if (r < 0) r += m;
+  if (r == 0) return 0;
+  // x = sx * r and y = sy * r (mod m) throughout; |sx|, |sy| <= m, so no
+  // product or difference below leaves 32 bits.
+  std::int32_t x = m;
+  std::int32_t sx = 0;
+  std::int32_t y = r;
+  std::int32_t sy = 1;
+  for (;;) {
+    const std::int32_t q = x / y;
+    const std::int32_t t = x - q * y;
+    const std::int32_t st = sx - q * sy;
+    x = y;
+    sx = sy;
+    if (t == 0) break;
+    y = t;
+    sy = st;
+  }
+  return sy >= 0 ? sy : sy + m;
+}
+
+}  // namespace vorn

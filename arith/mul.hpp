@@ -1,0 +1,132 @@
+// The multiplication kernel: A·B mod p by merging one stream per term of A,
+// each walking B, in the term heap.
+//
+// Stream i is started only once the product of stream i - 1 with B's first
+// term has left the heap: A and B are decreasing, so nothing of stream i can
+// be the largest before that, and the heap never holds more than one slot per
+// started stream.  Every product of a monomial is in the heap when that
+// monomial reaches the root, so one pass takes them all; their coefficient
+// products are summed exactly and reduced once.  Result terms leave in
+// decreasing order, straight into the sink's blocks.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+
+#include "arith/acc96.hpp"
+#include "arith/grow.hpp"
+#include "arith/heap.hpp"
+#include "arith/kernel.hpp"
+#include "host/memory.hpp"
+#include "poly/monomial.hpp"
+
+namespace vorn {
+
+// A stream of the product: the term of A it multiplies and the term of B it
+// stands at; with several words per monomial, also its own key buffer.
+struct mul_stream : term_stream {
+  const word* cursor;
+  const word* multiplier;
+  word* key;
+};
+
+// The first block of a product of count products, before any term is known.
+inline std::int32_t first_block_terms(std::int64_t count) noexcept {
+  return static_cast<std::int32_t>(std::min<std::int64_t>(count, 1024));
+}
+
+// Writes the terms of A·B mod p (nA, nB >= 1, 1 <= p < 2^31) to the sink.
+// The stream array and key buffers come from scratch, the heap from the
+// gateway; all of it is released on every exit.  Sums of exponents are not
+// checked here (see check_product_exponents).
+template <int Msize, class Sink>
+void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch, Sink& out) {
+  const int m = Msize > 0 ? Msize : shape.msize;
+  const std::ptrdiff_t stride = m + 1;
+  const std::int32_t nA = A.count;
+  const word* const b_first = B.terms;
+  const word* const b_end = B.terms + B.count * stride;
+
+  gateway_array<heap_entry<Msize>> heap_array;
+  heap_array.data = static_cast<heap_entry<Msize>*>(gateway_take(static_cast<std::size_t>(nA), sizeof(heap_entry<Msize>)));
+  auto* const streams = static_cast<mul_stream*>(scratch.take(static_cast<std::size_t>(nA), sizeof(mul_stream)));
+  word* keys = nullptr;
+  if constexpr (Msize != 1) keys = static_cast<word*>(scratch.take(static_cast<std::size_t>(nA) * static_cast<std::size_t>(m), sizeof(word)));
+
+  term_heap<Msize> heap{heap_array.data, 0, {m, shape.tdeg}};
+
+  std::int64_t remaining = static_cast<std::int64_t>(nA) * B.count;
+  std::int32_t capacity = first_block_terms(remaining);
+  word* w = out.next_block(capacity);
+  std::int32_t written = 0;
+
+  for (std::int32_t i = 0; i < nA; ++i) {
+    streams[i].next = nullptr;
+    streams[i].multiplier = A.terms + i * stride;
+    streams[i].key = Msize != 1 ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
+  }
+  mul_stream* const last_stream = streams + (nA - 1);
+
+  // The stream's product with the term at its cursor enters the heap.
+  auto insert = [&](mul_stream* s) {
+    if constexpr (Msize == 1) {
+      heap_insert(heap, static_cast<std::int32_t>(s->multiplier[0] + s->cursor[0]), s);
+    } else {
+      monomial_add<Msize>(s->key, s->multiplier, s->cursor, m);
+      heap_insert(heap, static_cast<const word*>(s->key), s);
+    }
+  };
+
+  streams[0].cursor = b_first;
+  insert(streams);
+
+  acc96 acc;
+  while (heap.n > 0) {
+    acc_clear(acc);
+    std::int32_t k = 0;
+    term_stream* taken = heap_pop_equal(heap, w, [&](term_stream* t) {
+      const auto* s = static_cast<const mul_stream*>(t);
+      acc_add_product(acc, coefficient_value(s->multiplier[m]), coefficient_value(s->cursor[m]));
+      ++k;
+    });
+
+    while (taken != nullptr) {
+      auto* s = static_cast<mul_stream*>(taken);
+      taken = taken->next;  // read before s goes back into the heap
+      if (s->cursor == b_first && s != last_stream) {
+        mul_stream* successor = s + 1;
+        successor->cursor = b_first;
+        insert(successor);
+      }
+      s->cursor += stride;
+      if (s->cursor != b_end) insert(s);
+    }
+
+    const std::int32_t r = acc_reduce(acc, p);  // r in [0, p)
+    if (r != 0) {
+      w[m] = make_immediate(r);
+      ++written;
+      w += stride;
+    }
+    if (written == capacity && heap.n > 0) {
+      remaining -= written;
+      capacity = static_cast<std::int32_t>(std::min<std::int64_t>(grow_estimate(written, k), remaining));
+      w = out.next_block(capacity);
+      written = 0;
+    }
+  }
+  out.finish(written);
+}
+
+// mul_heap dispatched on the words per monomial.
+template <class Sink>
+void multiply_terms(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch, Sink& out) {
+  with_msize(shape.msize, [&](auto M) { mul_heap<decltype(M)::value>(A, B, shape, p, scratch, out); });
+}
+
+// Raises "exponent overflow" when some field of a product of a term of A and
+// a term of B could reach its guard bit: the per-field maxima of A and of B,
+// added, are the largest fields any product has.
+void check_product_exponents(term_run A, term_run B, const word* layout, tracked_list& scratch);
+
+}  // namespace vorn
