@@ -1,0 +1,16 @@
+// The host's own exact expansion: sums, products and non-negative integer
+// powers of names and integers, multiplied out into the canonical form of
+// polynomial.hpp.  It does not use the plug-in, so tests take it as their
+// oracle.
+#pragma once
+
+#include "minikelto/host.hpp"
+
+namespace minikelto {
+
+// The expanded form of `expression`, made unique.  Operands that are neither
+// integers, sums, products nor powers (names, calls, equations) are treated
+// as variables.  Throws std::invalid_argument for a negative or huge exponent.
+word expand(word expression);
+
+}  // namespace minikelto

@@ -1,0 +1,234 @@
+// Canonical host polynomials: building them from terms, and the sum, product
+// and power of canonical values.
+//
+// The arithmetic splits each operand into a flat list (terms with integer
+// coefficients for a sum; bases with exponents and one integer factor for a
+// product), merges equal handles, and rebuilds the canonical object.  Integer
+// parts are exact GMP integers until the result is written.
+#include "minikelto/polynomial.hpp"
+
+#include <stdexcept>
+#include <unordered_map>
+#include <vector>
+
+namespace minikelto {
+
+namespace {
+
+// Owns one GMP integer.
+struct integer {
+  mpz_t z;
+  integer() { mpz_init(z); }
+  explicit integer(word h) {
+    mpz_init(z);
+    integer_value(h, z);
+  }
+  integer(const integer& other) {
+    mpz_init_set(z, other.z);
+  }
+  integer& operator=(const integer& other) {
+    mpz_set(z, other.z);
+    return *this;
+  }
+  ~integer() { mpz_clear(z); }
+};
+
+bool is_one(word h) { return h == make_immediate(1); }
+
+// The (term, coefficient) pairs of a SUM; a coefficient is any value.
+std::vector<std::pair<word, word>> pairs_of(word h) {
+  const word* w = object_words(h);
+  std::vector<std::pair<word, word>> out;
+  for (std::int32_t i = 1; i + 1 < length_of(h); i += 2) out.emplace_back(w[i], w[i + 1]);
+  return out;
+}
+
+// Terms in first-seen order with their summed integer coefficients.
+struct sum_builder {
+  std::vector<word> order;
+  std::unordered_map<word, integer> coefficients;
+  integer constant;
+  bool has_constant = false;
+  std::size_t constant_position = 0;
+
+  void add_term(word term, const integer& c) {
+    auto [it, fresh] = coefficients.try_emplace(term);
+    if (fresh) order.push_back(term);
+    mpz_add(it->second.z, it->second.z, c.z);
+  }
+  void add_constant(const integer& c) {
+    if (!has_constant) {
+      has_constant = true;
+      constant_position = order.size();
+    }
+    mpz_add(constant.z, constant.z, c.z);
+  }
+
+  // Adds scale * h.
+  void add(word h, const integer& scale) {
+    if (is_integer(h)) {
+      integer v(h);
+      mpz_mul(v.z, v.z, scale.z);
+      add_constant(v);
+      return;
+    }
+    if (type_of(h) == sum) {
+      for (auto [term, coeff] : pairs_of(h)) {
+        if (!is_integer(coeff)) {
+          add(multiply(term, coeff), scale);
+          continue;
+        }
+        integer c(coeff);
+        mpz_mul(c.z, c.z, scale.z);
+        if (is_integer(term)) {
+          integer t(term);
+          mpz_mul(c.z, c.z, t.z);
+          add_constant(c);
+        } else {
+          add_term(term, c);
+        }
+      }
+      return;
+    }
+    add_term(h, scale);
+  }
+
+  word build() {
+    std::vector<expanded_term> terms;
+    integer scratch;
+    auto push_constant = [&] {
+      if (has_constant && mpz_sgn(constant.z) != 0)
+        terms.push_back({make_immediate(1), make_integer(constant.z)});
+    };
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      if (has_constant && i == constant_position) push_constant();
+      const integer& c = coefficients.at(order[i]);
+      if (mpz_sgn(c.z) != 0) terms.push_back({order[i], make_integer(c.z)});
+    }
+    if (has_constant && constant_position == order.size()) push_constant();
+    return make_polynomial(terms);
+  }
+};
+
+// Bases in first-seen order with their summed exponents, and an integer factor.
+struct product_builder {
+  std::vector<word> order;
+  std::unordered_map<word, std::int64_t> exponents;
+  integer factor;
+
+  product_builder() { mpz_set_ui(factor.z, 1); }
+
+  // Multiplies by h^n.
+  void multiply_by(word h, std::int64_t n) {
+    if (n == 0) return;
+    if (is_integer(h)) {
+      integer v(h);
+      if (mpz_cmpabs_ui(v.z, 1) > 0 && static_cast<double>(mpz_sizeinbase(v.z, 2)) * static_cast<double>(n) > 6.7e7)
+        throw std::invalid_argument("integer too large");
+      mpz_pow_ui(v.z, v.z, static_cast<unsigned long>(n));
+      mpz_mul(factor.z, factor.z, v.z);
+      return;
+    }
+    const std::int32_t t = type_of(h);
+    if (t == sum && length_of(h) == 3) {
+      // c*m: the integer c and the monomial m.
+      const word* w = object_words(h);
+      multiply_by(w[2], n);
+      multiply_by(w[1], n);
+      return;
+    }
+    if (t == prod) {
+      for (auto [base, exponent] : pairs_of(h)) {
+        if (!is_immediate(exponent)) throw std::invalid_argument("exponent too large");
+        multiply_by(base, n * immediate_value(exponent));
+      }
+      return;
+    }
+    auto [it, fresh] = exponents.try_emplace(h, 0);
+    if (fresh) order.push_back(h);
+    it->second += n;
+    if (it->second > max_immediate || it->second < min_immediate)
+      throw std::invalid_argument("exponent too large");
+  }
+
+  word build() {
+    if (mpz_sgn(factor.z) == 0) return make_immediate(0);
+    std::vector<std::pair<word, word>> pairs;
+    for (word base : order) {
+      const std::int64_t e = exponents.at(base);
+      if (e != 0) pairs.emplace_back(base, make_immediate(static_cast<std::int32_t>(e)));
+    }
+    word monomial = make_immediate(1);
+    if (pairs.size() == 1 && is_one(pairs[0].second)) monomial = pairs[0].first;
+    else if (!pairs.empty()) monomial = unique(make_prod(pairs));
+    const expanded_term term{monomial, make_integer(factor.z)};
+    return make_polynomial({&term, 1});
+  }
+};
+
+}  // namespace
+
+word make_monomial(std::span<const std::pair<word, std::int32_t>> powers) {
+  if (powers.empty()) return make_immediate(1);
+  if (powers.size() == 1 && powers[0].second == 1) return powers[0].first;
+  std::vector<std::pair<word, word>> pairs;
+  pairs.reserve(powers.size());
+  for (auto [v, e] : powers) pairs.emplace_back(v, make_immediate(e));
+  return unique(make_prod(pairs));
+}
+
+word make_polynomial(std::span<const expanded_term> terms) {
+  if (terms.empty()) return make_immediate(0);
+  if (terms.size() == 1) {
+    const expanded_term& t = terms[0];
+    if (is_one(t.monomial)) return unique(t.coefficient);
+    if (is_one(t.coefficient)) return t.monomial;
+  }
+  std::vector<std::pair<word, word>> pairs;
+  pairs.reserve(terms.size());
+  for (const expanded_term& t : terms) {
+    // A constant c is the pair (c, 1).
+    if (is_one(t.monomial)) pairs.emplace_back(t.coefficient, make_immediate(1));
+    else pairs.emplace_back(t.monomial, t.coefficient);
+  }
+  return unique(make_sum(pairs));
+}
+
+word add(word a, word b) {
+  sum_builder s;
+  integer one;
+  mpz_set_ui(one.z, 1);
+  s.add(a, one);
+  s.add(b, one);
+  return s.build();
+}
+
+word subtract(word a, word b) {
+  sum_builder s;
+  integer one, minus_one;
+  mpz_set_ui(one.z, 1);
+  mpz_set_si(minus_one.z, -1);
+  s.add(a, one);
+  s.add(b, minus_one);
+  return s.build();
+}
+
+word negate(word a) { return multiply(make_immediate(-1), a); }
+
+word multiply(word a, word b) {
+  product_builder p;
+  p.multiply_by(a, 1);
+  p.multiply_by(b, 1);
+  return p.build();
+}
+
+word power(word a, word n) {
+  if (!is_integer(n)) throw std::invalid_argument("the exponent must be a non-negative integer");
+  if (!is_immediate(n)) throw std::invalid_argument("exponent too large");
+  if (immediate_value(n) < 0) throw std::invalid_argument("the exponent must be a non-negative integer");
+  product_builder p;
+  p.multiply_by(a, immediate_value(n));
+  return p.build();
+}
+
+}  // namespace minikelto
