@@ -1,0 +1,57 @@
+// The host's global state (one host per process) and the unique table's
+// internals shared by the object, callback and memory files.
+//
+// Invariant: every object in the unique table has bit 25 of its header set
+// and is linked into exactly one chain through its block's link word.
+#pragma once
+
+#include <csetjmp>
+#include <csignal>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "minikelto/host.hpp"
+
+namespace minikelto::detail {
+
+inline constexpr word unique_bit = 0x02000000u;
+inline constexpr std::size_t initial_buckets = 1024;  // a power of two
+
+struct host_state {
+  std::vector<word> buckets;  // unique-table chains, heads by hash
+  std::size_t unique_count = 0;
+  std::unordered_map<word, word> variables;
+  std::map<std::string, word, std::less<>> levels;
+  std::unordered_map<word, std::int64_t> roots;
+  word true_handle = 0;
+  word false_handle = 0;
+  evaluator_fn evaluator = nullptr;
+  bool capturing = false;
+  std::string output;
+  std::int64_t interrupt_at = 0;  // 0: no countdown
+  std::int64_t polls = 0;
+  std::string error;
+  std::jmp_buf* active_jump = nullptr;
+  int entry_depth = 0;
+};
+
+host_state& state() noexcept;
+
+// Set from signal handlers, so kept outside the state record.
+extern volatile std::sig_atomic_t interrupt_requested;
+
+inline std::int32_t header_type_of(word header) noexcept { return static_cast<std::int32_t>(header) >> 26; }
+inline std::int32_t header_length_of(word header) noexcept { return static_cast<std::int32_t>(header & 0x1ffffffu); }
+inline word make_header(std::int32_t type, std::int32_t length) noexcept {
+  return (static_cast<word>(type) << 26) | static_cast<word>(length);
+}
+
+// Drops every unmarked object from the unique table (before a sweep).
+void drop_unmarked_from_unique_table() noexcept;
+// Creates the boolean singletons after a reset.
+void make_booleans();
+
+}  // namespace minikelto::detail

@@ -1,0 +1,108 @@
+// Reclaimed host memory: collect() frees what no root reaches, keeps roots
+// and everything they reach, keeps the unique table consistent, and reuses
+// the space; the window lies below 4 GiB.
+#include "host/kernel.hpp"
+#include "support/host_fixture.hpp"
+
+namespace {
+
+using minikelto::word;
+
+class collect_test : public host_test {
+ protected:
+  // (x + ... ) with n terms c*x^i, made unique.
+  word polynomial(std::int32_t n, std::int32_t c) {
+    std::vector<std::pair<word, word>> terms;
+    for (std::int32_t i = 1; i <= n; ++i) {
+      terms.emplace_back(unique(prod({{name("x"), i}})), integer(std::int64_t{c} << 40));
+    }
+    return unique(minikelto::make_sum(terms));
+  }
+};
+
+TEST_F(collect_test, the_window_lies_below_4_gib) {
+  const minikelto::window_stats s = minikelto::window_state();
+  EXPECT_GT(s.base, 0u);
+  EXPECT_LE(s.base + s.reserved, std::uintptr_t{0x100000000});
+  if (sizeof(void*) == 8) {
+    EXPECT_GE(s.base, 0x10000000u);
+    EXPECT_LE(s.base + s.reserved, 0x60000000u);
+  }
+  const word big = minikelto::make_array(1 << 20);
+  EXPECT_LT(reinterpret_cast<std::uintptr_t>(minikelto::array_data(big)) + (4u << 20), std::uintptr_t{0x100000000});
+}
+
+TEST_F(collect_test, unreachable_objects_go_and_roots_keep_what_they_reach) {
+  minikelto::collect();
+  const std::size_t empty = minikelto::window_state().in_use;
+
+  const word kept = polynomial(50, 3);
+  const word assigned = polynomial(40, 5);
+  const word passed = funcall("tdeg", {name("u"), name("v")});
+  const word arr = minikelto::make_array(100);
+  minikelto::object_words(arr);
+  minikelto::array_data(arr)[7] = 77;
+  const word container = unique(minikelto::make_funcall(name("VORN"), std::vector<word>{integer(1), arr}));
+  minikelto::assign(name("f"), assigned);
+  minikelto::set_info_level("vorn", integer("123456789012345678901234567890"));
+  const std::string kept_text = text(kept);
+  const std::string assigned_text = text(assigned);
+  polynomial(60, 7);  // garbage
+  const std::size_t before = minikelto::window_state().in_use;
+
+  minikelto::root_guard guard(kept);
+  const std::size_t freed = minikelto::collect(std::vector<word>{passed, container});
+  EXPECT_GT(freed, 0u);
+  EXPECT_EQ(minikelto::window_state().in_use, before - freed);
+  EXPECT_GT(minikelto::window_state().in_use, empty);
+
+  EXPECT_EQ(text(kept), kept_text);
+  EXPECT_EQ(text(*minikelto::value_of(name("f"))), assigned_text);
+  EXPECT_EQ(text(passed), "tdeg(u, v)");
+  EXPECT_EQ(minikelto::array_data(arr)[7], 77u);
+  EXPECT_EQ(text(*minikelto::info_level("vorn")), "123456789012345678901234567890");
+  // The unique table still finds the survivors, and rebuilds the dropped one.
+  EXPECT_EQ(polynomial(50, 3), kept);
+  EXPECT_EQ(funcall("tdeg", {name("u"), name("v")}), passed);
+  EXPECT_EQ(text(polynomial(60, 7)), text(polynomial(60, 7)));
+  EXPECT_EQ(polynomial(60, 7), polynomial(60, 7));
+}
+
+TEST_F(collect_test, dropping_everything_returns_to_the_empty_window) {
+  minikelto::collect();
+  const std::size_t empty = minikelto::window_state().in_use;
+  const word f = name("f");
+  minikelto::assign(f, polynomial(100, 1));
+  minikelto::unassign(f);
+  minikelto::collect();
+  EXPECT_EQ(minikelto::window_state().in_use, empty);
+}
+
+TEST_F(collect_test, repeated_build_and_drop_does_not_grow_the_window) {
+  std::size_t first_high_water = 0;
+  for (int round = 0; round < 30; ++round) {
+    SCOPED_TRACE(round);
+    const word p = polynomial(300, round + 1);
+    const word a = minikelto::make_array(5000 + 10 * round);  // sizes that differ every round
+    minikelto::assign(name("p"), p);
+    minikelto::assign(name("a"), a);
+    minikelto::unassign(name("p"));
+    minikelto::unassign(name("a"));
+    minikelto::collect();
+    if (round == 0) first_high_water = minikelto::window_state().high_water;
+  }
+  EXPECT_LE(minikelto::window_state().high_water, 2 * first_high_water);
+}
+
+using collect_death_test = collect_test;
+
+TEST_F(collect_death_test, collect_refuses_to_run_inside_an_entry_call) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto body = [](void*) -> word {
+    minikelto::collect();
+    return 1;
+  };
+  EXPECT_DEATH(minikelto::call_protected(body, nullptr), "during an entry call");
+}
+
+}  // namespace

@@ -1,0 +1,176 @@
+// Names, unique merging, integers and arrays of the minimal host, reached as
+// the plug-in reaches them: through the callback table.
+#include <gmp.h>
+
+#include <algorithm>
+
+#include "host/kernel.hpp"
+#include "support/host_fixture.hpp"
+
+namespace {
+
+using minikelto::word;
+
+class objects_test : public host_test {};
+
+TEST_F(objects_test, names_are_interned_per_kind) {
+  const word x = vorn::host_make_name(cbt(), "x", 1);
+  EXPECT_EQ(x, name("x"));
+  EXPECT_EQ(vorn::fixed_name(cbt(), "x"), x);
+  EXPECT_NE(name("y"), x);
+  EXPECT_NE(minikelto::make_nameref("x"), x);
+  EXPECT_EQ(minikelto::make_nameref("x"), minikelto::make_nameref("x"));
+  EXPECT_EQ(minikelto::name_text(name("a longer name of 27 chars")), "a longer name of 27 chars");
+  EXPECT_EQ(vorn::object_type(x), VORN_NAME);
+}
+
+TEST_F(objects_test, unique_merges_equal_expressions_children_first) {
+  const word x = name("x");
+  const word y = name("y");
+  // 2*x^2*y + 3, built twice from fresh objects.
+  auto build = [&] {
+    return sum({{prod({{x, 2}, {y, 1}}), integer(2)}, {integer(3), integer(1)}});
+  };
+  const word a = build();
+  const word b = build();
+  ASSERT_NE(a, b);
+  const word ua = unique(a);
+  EXPECT_EQ(unique(b), ua);
+  EXPECT_EQ(text(ua), "2*x^2*y + 3");
+  // Children are canonical too: the product inside b is the one inside a.
+  EXPECT_EQ(vorn::object_word(unique(b), 1), vorn::object_word(ua, 1));
+  EXPECT_EQ(unique(ua), ua);
+
+  // A fresh call through the callbacks, filled in place before unique.
+  const word args = vorn::host_new_seq(cbt(), 2);
+  vorn::object_words(args)[1] = x;
+  vorn::object_words(args)[2] = y;
+  const word f = vorn::host_new_function(cbt(), name("tdeg"), 1, args);
+  EXPECT_NE(vorn::object_word(f, 2), args) << "the call must get a SEQ of its own";
+  EXPECT_EQ(vorn::host_unique(cbt(), f), funcall("tdeg", {x, y}));
+  EXPECT_NE(funcall("tdeg", {y, x}), funcall("tdeg", {x, y}));
+  EXPECT_EQ(option("pack", 4), equation(name("pack"), integer(4)));
+}
+
+TEST_F(objects_test, unique_simplifies_single_pairs_and_leaves_arrays_alone) {
+  const word x = name("x");
+  EXPECT_EQ(unique(prod({{x, 1}})), x);
+  EXPECT_NE(unique(prod({{x, 2}})), x);
+  EXPECT_EQ(unique(sum({{x, integer(1)}})), x);
+  EXPECT_EQ(unique(sum({{integer(7), integer(1)}})), integer(7));
+  EXPECT_EQ(text(unique(sum({{x, integer(5)}}))), "5*x");
+  // Nested: a sum of one product of one power collapses to the name.
+  EXPECT_EQ(unique(sum({{prod({{x, 1}}), integer(1)}})), x);
+
+  const vorn::host_array a = vorn::new_host_array(cbt(), 3);
+  const vorn::host_array b = vorn::new_host_array(cbt(), 3);
+  EXPECT_EQ(vorn::host_unique(cbt(), a.handle), a.handle);
+  EXPECT_NE(vorn::host_unique(cbt(), b.handle), a.handle);
+  // Containers holding equal-looking arrays stay apart.
+  EXPECT_NE(unique(seq({a.handle})), unique(seq({b.handle})));
+}
+
+// Values whose limbs straddle the 32-bit limb boundaries, both signs.
+TEST_F(objects_test, big_integers_round_trip_through_32_bit_limb_records) {
+  const char* values[] = {
+      "1073741823",  "1073741824",  "-1073741824", "-1073741825", "2147483647", "2147483648",
+      "-2147483648", "-2147483649", "4294967295",  "4294967296",  "-4294967296", "18446744073709551615",
+      "18446744073709551616", "-18446744073709551617",
+      "1606938044258990275541962092341162602522202993782792835301375",  // 2^200 - 1
+  };
+  mpz_t z, back;
+  mpz_inits(z, back, nullptr);
+  for (const char* v : values) {
+    SCOPED_TRACE(v);
+    mpz_set_str(z, v, 10);
+    const word h = minikelto::make_integer(z);
+    EXPECT_EQ(minikelto::integer_text(h), v);
+    if (!minikelto::is_immediate(h)) {
+      const word* record = vorn::integer_record(h);
+      const auto size = static_cast<std::int32_t>(record[1]);
+      EXPECT_EQ(size < 0, mpz_sgn(z) < 0);
+      EXPECT_EQ(static_cast<std::size_t>(size < 0 ? -size : size), (mpz_sizeinbase(z, 2) + 31) / 32);
+      EXPECT_EQ(vorn::word_to_pointer(record[2]), record + 3) << "limbs sit right behind the record";
+      // A copy made from the record alone has the same value and unique handle.
+      const word copy = vorn::host_copy_integer(cbt(), record);
+      EXPECT_NE(copy, h);
+      EXPECT_EQ(unique(copy), unique(h));
+      minikelto::integer_value(copy, back);
+      EXPECT_EQ(mpz_cmp(back, z), 0);
+    }
+  }
+  mpz_clears(z, back, nullptr);
+}
+
+TEST_F(objects_test, integers_are_immediate_exactly_when_they_fit) {
+  EXPECT_EQ(vorn::host_to_integer(cbt(), 0x3fffffff), vorn::make_immediate(0x3fffffff));
+  EXPECT_EQ(vorn::host_to_integer(cbt(), -0x40000000), vorn::make_immediate(-0x40000000));
+  const word above = vorn::host_to_integer(cbt(), 0x40000000);
+  EXPECT_EQ(vorn::handle_type(above), VORN_INTPOS);
+  EXPECT_EQ(vorn::handle_type(vorn::host_to_integer(cbt(), -0x40000001)), VORN_INTNEG);
+
+  // Records as the plug-in writes them: one limb, value chosen by sign and size.
+  // The record lives in host memory, as it does inside a container.
+  auto copy = [&](std::int32_t size, word limb) {
+    word* record = minikelto::array_data(minikelto::make_array(4));
+    record[0] = 1;
+    record[1] = static_cast<word>(size);
+    record[2] = vorn::pointer_to_word(record + 3);
+    record[3] = limb;
+    return vorn::host_copy_integer(cbt(), record);
+  };
+  EXPECT_EQ(copy(1, 5), vorn::make_immediate(5));
+  EXPECT_EQ(copy(-1, 0x40000000), vorn::make_immediate(-0x40000000));
+  EXPECT_EQ(copy(0, 0), vorn::make_immediate(0));
+  EXPECT_EQ(vorn::handle_type(copy(1, 0x40000000)), VORN_INTPOS);
+
+  // host_is_integer: exactly the values of a 32-bit signed integer.
+  EXPECT_TRUE(vorn::host_is_integer(cbt(), integer(INT32_MAX)));
+  EXPECT_EQ(vorn::host_to_int32(cbt(), integer(INT32_MAX)), INT32_MAX);
+  EXPECT_TRUE(vorn::host_is_integer(cbt(), integer(INT32_MIN)));
+  EXPECT_EQ(vorn::host_to_int32(cbt(), integer(INT32_MIN)), INT32_MIN);
+  EXPECT_EQ(vorn::host_to_int32(cbt(), integer(-7)), -7);
+  EXPECT_FALSE(vorn::host_is_integer(cbt(), integer(std::int64_t{INT32_MAX} + 1)));
+  EXPECT_FALSE(vorn::host_is_integer(cbt(), integer(std::int64_t{INT32_MIN} - 1)));
+  EXPECT_FALSE(vorn::host_is_integer(cbt(), name("x")));
+  EXPECT_FALSE(minikelto::parse_integer("12a").has_value());
+  EXPECT_EQ(minikelto::parse_integer("+12"), vorn::make_immediate(12));
+}
+
+TEST_F(objects_test, arrays_are_zero_filled_with_their_count_in_words_6_and_8) {
+  // Dirty the window first, so that reused memory must be cleared.
+  const word junk = minikelto::make_array(1000);
+  std::fill_n(minikelto::array_data(junk), 1000, 0xdeadbeefu);
+  minikelto::collect();
+
+  const vorn::host_array a = vorn::new_host_array(cbt(), 1000);
+  EXPECT_EQ(vorn::object_word(a.handle, 6), 1000u);
+  EXPECT_EQ(vorn::object_word(a.handle, 8), 1000u);
+  EXPECT_EQ(vorn::host_array_data(cbt(), a.handle), a.data);
+  EXPECT_EQ(std::count(a.data, a.data + 1000, 0u), 1000);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(a.data) % 8, 0u);
+  EXPECT_EQ(vorn::new_host_array(cbt(), 0).handle != 0, true);
+}
+
+using objects_death_test = objects_test;
+
+TEST_F(objects_death_test, refused_array_settings_end_the_process) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto create = [&](int word_index, word value, const word* data, std::int32_t lower) {
+    word settings[VORN_ARRAY_SETTINGS_WORDS];
+    vorn::host_array_defaults(cbt(), settings);
+    settings[0] = 4;
+    settings[9] = 1;
+    if (word_index >= 0) settings[word_index] = value;
+    const std::int32_t bounds[2] = {lower, 3};
+    vorn::host_array_create(cbt(), settings, data, bounds);
+  };
+  EXPECT_DEATH(create(0, 8, nullptr, 1), "element kind 8 refused");
+  EXPECT_DEATH(create(9, 2, nullptr, 1), "2 dimensions refused");
+  const word data[3] = {1, 2, 3};
+  EXPECT_DEATH(create(-1, 0, data, 1), "initial data refused");
+  EXPECT_DEATH(create(-1, 0, nullptr, 0), "bounds refused");
+  EXPECT_DEATH(create(VORN_ARRAY_SETTINGS_WORDS - 1, 0, nullptr, 1), "not filled by host_array_defaults");
+}
+
+}  // namespace
