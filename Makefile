@@ -7,7 +7,8 @@ JOBS ?= $(shell nproc)
 BUILDS := build/release build/asan build/i386
 CMAKE_FLAGS ?=
 
-.PHONY: all bootstrap configure build test test-release test-asan test-i386 demo bench clean
+.PHONY: all bootstrap configure build test test-release test-asan test-i386 demo install clean
+PREFIX ?= /usr/local
 
 all: build
 
@@ -41,6 +42,14 @@ test: bootstrap
 	$(MAKE) test-release
 	$(MAKE) test-asan
 	$(MAKE) test-i386
+
+demo: bootstrap build/release/CMakeCache.txt
+	cmake --build build/release -j $(JOBS)
+	build/release/bin/kelto examples/tour.kel
+
+install: bootstrap build/release/CMakeCache.txt
+	cmake --build build/release -j $(JOBS)
+	cmake --install build/release --prefix $(PREFIX)
 
 clean:
 	rm -rf build
