@@ -35,7 +35,7 @@ word new_object(std::int32_t length, std::int32_t type) {
 
 word make_seq(std::span<const word> entries) {
   const word h = new_object(static_cast<std::int32_t>(entries.size()) + 1, seq);
-  std::memcpy(address_of(h) + 1, entries.data(), entries.size() * sizeof(word));
+  if (!entries.empty()) std::memcpy(address_of(h) + 1, entries.data(), entries.size() * sizeof(word));
   return h;
 }
 
