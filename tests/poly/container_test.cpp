@@ -1,0 +1,251 @@
+// Layouts from order arguments, containers, term blocks and result assembly,
+// against the minimal host.
+#include <gmp.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/error.hpp"
+#include "host/frame.hpp"
+#include "host/gmp_record.hpp"
+#include "host/memory.hpp"
+#include "poly/container.hpp"
+#include "poly/container_check.hpp"
+#include "poly/pack.hpp"
+#include "poly/term_block.hpp"
+#include "support/host_fixture.hpp"
+
+namespace {
+
+using vorn::word;
+
+std::string raised(const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const vorn::error& e) {
+    return e.message;
+  }
+  return "";
+}
+
+class PolyHost : public host_test {
+ protected:
+  word ring(std::string_view order, std::initializer_list<word> variables) { return funcall(order, variables); }
+  word xyz(std::string_view order) { return ring(order, {name("x"), name("y"), name("z")}); }
+
+  // Writes count terms (packed exponents, coefficient word) at `terms`.
+  void write_terms(const vorn::packing& p, word* terms, const std::vector<std::vector<std::uint32_t>>& exps,
+                   const std::vector<word>& coefficients) {
+    const int msize = vorn::layout_msize(p.layout.get());
+    const int n = vorn::seq_count(p.variables);
+    for (std::size_t t = 0; t < exps.size(); ++t) {
+      word* at = terms + t * static_cast<std::size_t>(msize + 1);
+      std::fill(at, at + msize, 0u);
+      p.pack(at, exps[t].data(), n, vorn::layout_shift(p.layout.get()));
+      at[msize] = coefficients[t];
+    }
+  }
+
+  void expect_sound(word container, std::int32_t modulus) {
+    const vorn::container_fault f = vorn::check_container(cbt(), container, {modulus, true});
+    EXPECT_TRUE(f.ok()) << f.problem << " (term " << f.term << ")";
+  }
+};
+
+TEST_F(PolyHost, LayoutOfAnOrderArgument) {
+  const word tdeg = xyz("tdeg");
+  const vorn::packing p = vorn::make_layout(cbt(), tdeg, 4);
+  EXPECT_EQ(std::vector<word>(p.layout.get(), p.layout.get() + 4),
+            (std::vector<word>{2, 0x80000008u, 0x80808080u, 0x80808080u}));
+  EXPECT_EQ(p.variables, vorn::object_word(tdeg, 2));
+  EXPECT_EQ(p.pack, &vorn::pack_tdeg);
+
+  const vorn::packing plex = vorn::make_layout(cbt(), ring("plex", {name("x")}), 1);
+  EXPECT_EQ(std::vector<word>(plex.layout.get(), plex.layout.get() + 3), (std::vector<word>{1, 32, 0x80000000u}));
+  EXPECT_EQ(vorn::order_unpacker(cbt(), xyz("grlex")).unpack, &vorn::unpack_grlex);
+
+  EXPECT_EQ(raised([&] { vorn::make_layout(cbt(), xyz("lex"), 4); }), "monomial order not supported");
+  EXPECT_EQ(raised([&] { vorn::order_unpacker(cbt(), integer(3)); }), "monomial order not supported");
+  vorn::gateway_fail_at(1);
+  EXPECT_EQ(raised([&] { vorn::make_layout(cbt(), tdeg, 4); }), "out of memory");
+}
+
+TEST_F(PolyHost, NewReadAndShrinkContainers) {
+  const word r = xyz("grlex");
+  const vorn::packing p = vorn::make_layout(cbt(), r, 2);  // msize 2
+  const word c = vorn::new_container(cbt(), r, 5, p.layout.get());
+  ASSERT_TRUE(vorn::is_container(cbt(), c));
+  EXPECT_EQ(vorn::container_slot(c, 1), vorn::make_immediate(5));
+  EXPECT_EQ(vorn::container_ring(c), r);
+  EXPECT_EQ(vorn::container_big_block(c), vorn::immediate_zero);
+  const vorn::term_block view = vorn::read_container(cbt(), c);
+  EXPECT_EQ(view.count, 5);
+  EXPECT_EQ(view.next, nullptr);
+  EXPECT_EQ(std::vector<word>(view.layout, view.layout + 4), std::vector<word>(p.layout.get(), p.layout.get() + 4));
+  EXPECT_EQ(std::vector<word>(view.terms, view.terms + 15), std::vector<word>(15, 0));
+
+  const word* terms_object = vorn::object_words(vorn::container_slot(c, 4));
+  EXPECT_EQ(vorn::set_term_count(cbt(), c, 5), c);
+  EXPECT_EQ(terms_object[6], 15u);
+  EXPECT_EQ(vorn::set_term_count(cbt(), c, 3), c);
+  EXPECT_EQ(vorn::container_slot(c, 1), vorn::make_immediate(3));
+  EXPECT_EQ(terms_object[6], 9u);
+  EXPECT_EQ(terms_object[8], 9u);
+  EXPECT_EQ(vorn::read_container(cbt(), c).terms, view.terms);  // shrunk in place
+
+  const word empty = vorn::new_container(cbt(), r, 0, p.layout.get());
+  EXPECT_EQ(vorn::read_container(cbt(), empty).count, 0);
+  EXPECT_EQ(vorn::object_words(vorn::container_slot(empty, 4))[6], 0u);
+  EXPECT_FALSE(vorn::is_container(cbt(), r));
+  EXPECT_FALSE(vorn::is_container(cbt(), integer(7)));
+}
+
+TEST_F(PolyHost, RingIdentityAndPacking) {
+  const std::initializer_list<word> eight = {name("a"), name("b"), name("c"), name("d"),
+                                             name("e"), name("f"), name("g"), name("h")};
+  const word plex8 = ring("plex", eight);
+  auto container = [&](word r, int pack) {
+    const vorn::packing p = vorn::make_layout(cbt(), r, pack);
+    return vorn::new_container(cbt(), r, 0, p.layout.get());
+  };
+  const word A = container(plex8, 7), B = container(plex8, 8), C = container(plex8, 7);
+  EXPECT_TRUE(vorn::same_ring(A, B));
+  auto layout_of = [&](word k) { return vorn::read_container(cbt(), k).layout; };
+  EXPECT_FALSE(vorn::packed_alike(layout_of(A), layout_of(B)));  // shift 4 both, msize 2 against 1
+  EXPECT_TRUE(vorn::packed_alike(layout_of(A), layout_of(C)));
+  EXPECT_FALSE(vorn::packed_alike(layout_of(container(xyz("tdeg"), 2)), layout_of(container(xyz("tdeg"), 4))));
+  EXPECT_FALSE(vorn::same_ring(container(xyz("tdeg"), 2), container(xyz("grlex"), 2)));
+  EXPECT_FALSE(vorn::same_ring(container(xyz("tdeg"), 2), container(ring("tdeg", {name("x"), name("y")}), 2)));
+}
+
+TEST_F(PolyHost, TermBlocksAreOneAllocationEach) {
+  word layout[4] = {2, 16, 0x80008000u, 0x80008000u};
+  const auto before = vorn::gateway_state();
+  vorn::term_block_list list;
+  list.first = vorn::alloc_term_block(1024, layout, 1);
+  ASSERT_NE(list.first, nullptr);
+  EXPECT_EQ(vorn::gateway_state().allocations - before.allocations, 1);
+  EXPECT_EQ(list.first->count, 1024);
+  EXPECT_EQ(list.first->layout, layout);
+  EXPECT_EQ(list.first->next, nullptr);
+  EXPECT_EQ(vorn::term_block_of_terms(list.first->terms), list.first);
+  list.first->terms[1024 * 3 - 1] = 3;  // the last word of the last term is ours
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(list.first->terms) % 8, 0u);
+
+  vorn::gateway_fail_at(1);
+  EXPECT_EQ(vorn::alloc_term_block(8, layout, 1), nullptr);
+  EXPECT_EQ(vorn::alloc_term_block(-1, layout, 1), nullptr);
+}
+
+TEST_F(PolyHost, AssembleBlockListsModP) {
+  const word r = xyz("tdeg");
+  const vorn::packing p = vorn::make_layout(cbt(), r, 4);
+  // Ten terms of decreasing degree, over two full blocks and an empty last one.
+  std::vector<std::vector<std::uint32_t>> exps;
+  std::vector<word> coefficients;
+  for (std::uint32_t d = 10; d-- > 0;) {
+    exps.push_back({d, 0, 1});
+    coefficients.push_back(vorn::make_immediate(static_cast<std::int32_t>(d) + 1));
+  }
+  vorn::term_block_list list;
+  list.first = vorn::alloc_term_block(6, p.layout.get(), 1);
+  list.first->next = vorn::alloc_term_block(4, p.layout.get(), 1);
+  list.first->next->next = vorn::alloc_term_block(5, p.layout.get(), 1);
+  list.first->next->next->count = 0;
+  write_terms(p, list.first->terms, {exps.begin(), exps.begin() + 6}, {coefficients.begin(), coefficients.begin() + 6});
+  write_terms(p, list.first->next->terms, {exps.begin() + 6, exps.end()}, {coefficients.begin() + 6, coefficients.end()});
+
+  const word c = vorn::assemble_container(cbt(), *list.first, r, 13);
+  expect_sound(c, 13);
+  const vorn::term_block view = vorn::read_container(cbt(), c);
+  ASSERT_EQ(view.count, 10);
+  std::vector<word> expected(30);
+  write_terms(p, expected.data(), exps, coefficients);
+  EXPECT_EQ(std::vector<word>(view.terms, view.terms + 30), expected);
+  EXPECT_EQ(vorn::container_ring(c), r);
+
+  // A list of empty blocks gives the empty container, also with characteristic 0.
+  list.first->count = 0;
+  list.first->next->count = 0;
+  for (std::int32_t characteristic : {13, 0}) {
+    const word empty = vorn::assemble_container(cbt(), *list.first, r, characteristic);
+    EXPECT_EQ(vorn::read_container(cbt(), empty).count, 0);
+    EXPECT_EQ(vorn::container_big_block(empty), vorn::immediate_zero);
+    expect_sound(empty, 0);
+  }
+}
+
+TEST_F(PolyHost, BigCoefficientsAreCopiedIntoTheContainer) {
+  const word r = ring("plex", {name("x")});
+  const vorn::packing p = vorn::make_layout(cbt(), r, 1);
+  const word two_limbs = integer("18446744073709551615");              // 2^64 - 1
+  const word three_limbs = integer("-39614081257132168796771975168");  // -2^95
+  vorn::term_block_list list;
+  list.first = vorn::alloc_term_block(4, p.layout.get(), 1);
+  write_terms(p, list.first->terms, {{9}, {7}, {5}, {2}},
+              {vorn::make_immediate(4), vorn::pointer_to_word(vorn::integer_record(two_limbs)),
+               vorn::make_immediate(-6), vorn::pointer_to_word(vorn::integer_record(three_limbs))});
+
+  set_info_level(5);
+  vorn::read_info_level(cbt());
+  const word c = vorn::assemble_container(cbt(), *list.first, r, 0);
+  EXPECT_EQ(output(), "2 GMP coefficients, size (limbs): 5\n");
+  vorn::info_level = 0;
+  expect_sound(c, 0);
+
+  const word block = vorn::container_big_block(c);
+  ASSERT_FALSE(vorn::is_immediate(block));
+  EXPECT_EQ(vorn::object_words(block)[6], 11u);  // 3 * 2 + 2 + 3
+  const word* data = vorn::host_array_data(cbt(), block);
+  EXPECT_EQ(static_cast<std::int32_t>(data[6]), -3);  // the second record starts at word 6
+  const vorn::term_block view = vorn::read_container(cbt(), c);
+  EXPECT_EQ(view.terms[3], vorn::pointer_to_word(data));
+  EXPECT_EQ(view.terms[5], vorn::make_immediate(-6));
+  EXPECT_EQ(view.terms[7], vorn::pointer_to_word(data + 5));
+
+  // Overwriting the sources changes nothing in the container.
+  for (word h : {two_limbs, three_limbs}) {
+    word* record = vorn::integer_record(h);
+    word* limbs = vorn::word_to_pointer(record[2]);
+    for (std::int32_t i = 0; i < vorn::record_limb_count(record); ++i) limbs[i] = 0x5a5a5a5au;
+    record[1] = 1;
+  }
+  mpz_t got, want;
+  mpz_inits(got, want, nullptr);
+  vorn::record_to_mpz(got, vorn::word_to_pointer(view.terms[3]));
+  mpz_set_str(want, "18446744073709551615", 10);
+  EXPECT_EQ(mpz_cmp(got, want), 0);
+  vorn::record_to_mpz(got, vorn::word_to_pointer(view.terms[7]));
+  mpz_set_str(want, "-39614081257132168796771975168", 10);
+  EXPECT_EQ(mpz_cmp(got, want), 0);
+  mpz_clears(got, want, nullptr);
+
+  // Mod p a big coefficient word is left alone and slot 5 stays 0.
+  const word modp = vorn::assemble_container(cbt(), *list.first, r, 7);
+  EXPECT_EQ(vorn::container_big_block(modp), vorn::immediate_zero);
+}
+
+TEST_F(PolyHost, CheckerFindsBrokenContainers) {
+  const word r = xyz("plex");
+  const vorn::packing p = vorn::make_layout(cbt(), r, 4);
+  auto make = [&](std::vector<std::vector<std::uint32_t>> exps, std::vector<word> coefficients) {
+    const word c = vorn::new_container(cbt(), r, static_cast<std::int32_t>(exps.size()), p.layout.get());
+    write_terms(p, vorn::read_container(cbt(), c).terms, exps, coefficients);
+    return vorn::check_container(cbt(), c, {7, true});
+  };
+  const word one = vorn::make_immediate(1);
+  EXPECT_TRUE(make({{3, 0, 0}, {1, 2, 0}}, {one, one}).ok());
+  EXPECT_EQ(make({{1, 2, 0}, {3, 0, 0}}, {one, one}).term, 0);                       // increasing
+  EXPECT_FALSE(make({{1, 2, 0}, {1, 2, 0}}, {one, one}).ok());                        // equal
+  EXPECT_EQ(make({{3, 0, 0}, {1, 200, 0}}, {one, one}).term, 1);                      // guard bit
+  EXPECT_FALSE(make({{3, 0, 0}}, {vorn::make_immediate(7)}).ok());                     // not below p
+  EXPECT_FALSE(make({{3, 0, 0}}, {vorn::immediate_zero}).ok());                        // zero
+
+  const word c = vorn::new_container(cbt(), r, 2, p.layout.get());
+  write_terms(p, vorn::read_container(cbt(), c).terms, {{3, 0, 0}, {1, 2, 0}}, {one, one});
+  vorn::object_words(vorn::container_slot(c, 4))[8] = 3;
+  EXPECT_FALSE(vorn::check_container(cbt(), c, {7, true}).ok());
+}
+
+}  // namespace
