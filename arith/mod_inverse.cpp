@@ -7,8 +7,9 @@ std::int32_t mod_inverse(std::int32_t a, std::int32_t m) noexcept {
   std::int32_t r = a % m;
   if (r < 0) r += m;
   if (r == 0) return 0;
-  // x = sx * r and y = sy * r (mod m) throughout; |sx|, |sy| <= m, so no
-  // product or difference below leaves 32 bits.
+  // x = sx * r and y = sy * r (mod m) throughout.  The coefficient of the
+  // zero remainder (up to m in magnitude) is never formed, so every product
+  // and difference below stays within 32 bits even for m near 2^31.
   std::int32_t x = m;
   std::int32_t sx = 0;
   std::int32_t y = r;
@@ -16,10 +17,10 @@ std::int32_t mod_inverse(std::int32_t a, std::int32_t m) noexcept {
   for (;;) {
     const std::int32_t q = x / y;
     const std::int32_t t = x - q * y;
+    if (t == 0) break;
     const std::int32_t st = sx - q * sy;
     x = y;
     sx = sy;
-    if (t == 0) break;
     y = t;
     sy = st;
   }

@@ -1,0 +1,129 @@
+// The accumulator against GMP, the block growth values and the inverse.
+#include "arith/acc96.hpp"
+
+#include <gmp.h>
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "arith/grow.hpp"
+#include "arith/mod_inverse.hpp"
+#include "host/words.hpp"
+
+namespace vorn {
+namespace {
+
+constexpr std::int32_t primes[] = {2, 3, 32003, 1073741789, 2147483647};
+
+std::int32_t reduce_sum(std::int32_t p, std::initializer_list<std::pair<std::int32_t, std::int32_t>> products) {
+  acc96 a;
+  acc_clear(a);
+  for (auto [x, y] : products) acc_add_product(a, x, y);
+  return acc_reduce(a, p);
+}
+
+TEST(Acc96, SignAndCarryBoundaries) {
+  for (std::int32_t p : primes) {
+    SCOPED_TRACE(p);
+    acc96 a;
+    acc_clear(a);
+    acc_add(a, -1);
+    EXPECT_EQ(acc_reduce(a, p), p - 1);
+
+    // 2^64 = 4 * (-2^31)^2: the low 64 bits wrap to 0, the top word is 1.
+    constexpr std::int32_t low = INT32_MIN;
+    mpz_t expected;
+    mpz_init_set_ui(expected, 1);
+    mpz_mul_2exp(expected, expected, 64);
+    EXPECT_EQ(reduce_sum(p, {{low, low}, {low, low}, {low, low}, {low, low}}),
+              static_cast<std::int32_t>(mpz_fdiv_ui(expected, static_cast<unsigned long>(p))));
+    mpz_clear(expected);
+
+    // Negative multiples of p, also across the 64-bit boundary, reduce to 0.
+    acc_clear(a);
+    for (int i = 0; i < 40; ++i) acc_sub_product(a, p, max_immediate);
+    EXPECT_EQ(acc_reduce(a, p), 0);
+    acc_clear(a);
+    acc_sub_product(a, p, 1);
+    EXPECT_EQ(acc_reduce(a, p), 0);
+  }
+}
+
+TEST(Acc96, LongSumsMatchGmp) {
+  std::mt19937 rng(12345);
+  for (std::int32_t p : primes) {
+    std::uniform_int_distribution<std::int32_t> near_p(p > 1000 ? p - 1000 : 0, p - 1);
+    std::uniform_int_distribution<std::int32_t> any(min_immediate, max_immediate);
+    for (int round = 0; round < 20; ++round) {
+      SCOPED_TRACE(testing::Message() << "p " << p << " round " << round);
+      acc96 a;
+      acc_clear(a);
+      mpz_t sum, term;
+      mpz_init(sum);
+      mpz_init(term);
+      // Mostly one sign per round, so the sum runs far beyond 64 bits either way.
+      const bool mostly_subtract = round % 2 == 1;
+      for (int i = 0; i < 3000; ++i) {
+        const bool big = (rng() & 1) != 0;
+        const std::int32_t x = big ? any(rng) : near_p(rng);
+        const std::int32_t y = big ? any(rng) : near_p(rng);
+        mpz_set_si(term, x);
+        if (rng() % 16 == 0) {
+          acc_add(a, x);
+          mpz_add(sum, sum, term);
+          continue;
+        }
+        mpz_mul_si(term, term, y);
+        if ((rng() % 8 == 0) != mostly_subtract) {
+          acc_sub_product(a, x, y);
+          mpz_sub(sum, sum, term);
+        } else {
+          acc_add_product(a, x, y);
+          mpz_add(sum, sum, term);
+        }
+      }
+      EXPECT_EQ(acc_reduce(a, p), static_cast<std::int32_t>(mpz_fdiv_ui(sum, static_cast<unsigned long>(p))));
+      mpz_clear(sum);
+      mpz_clear(term);
+    }
+  }
+}
+
+TEST(GrowEstimate, SizesOfTheNextBlock) {
+  EXPECT_EQ(grow_estimate(1, 1), 2);  // 1.5, ties to even
+  EXPECT_EQ(grow_estimate(1, 2), 1);  // 1.25
+  EXPECT_EQ(grow_estimate(3, 1), 4);  // 4.5, ties to even
+  EXPECT_EQ(grow_estimate(1024, 1), 1536);
+  EXPECT_EQ(grow_estimate(1024, 2), 1280);
+  EXPECT_EQ(grow_estimate(1024, 4), 1152);
+  EXPECT_EQ(grow_estimate(1024, 1000000), 1024);
+  EXPECT_EQ(grow_estimate(400000, 1), 524288);
+  EXPECT_EQ(grow_estimate(524288, 3), 524288);
+}
+
+TEST(ModInverse, InversesAndMultiples) {
+  std::mt19937 rng(7);
+  std::uniform_int_distribution<std::int32_t> any(INT32_MIN + 1, INT32_MAX);
+  for (std::int32_t p : primes) {
+    SCOPED_TRACE(p);
+    for (int i = 0; i < 2000; ++i) {
+      const std::int32_t a = any(rng);
+      const std::int64_t r = (std::int64_t{a} % p + p) % p;
+      const std::int32_t inv = mod_inverse(a, p);
+      if (r == 0) {
+        EXPECT_EQ(inv, 0);
+        continue;
+      }
+      ASSERT_GE(inv, 1);
+      ASSERT_LT(inv, p);
+      EXPECT_EQ(r * inv % p, 1) << "a " << a;
+    }
+    EXPECT_EQ(mod_inverse(0, p), 0);
+    EXPECT_EQ(mod_inverse(p, p), 0);
+    EXPECT_EQ(mod_inverse(-p, p), 0);
+    EXPECT_EQ(mod_inverse(-1, p), p - 1);
+  }
+}
+
+}  // namespace
+}  // namespace vorn
