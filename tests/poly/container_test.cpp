@@ -102,21 +102,17 @@ TEST_F(PolyHost, NewReadAndShrinkContainers) {
 }
 
 TEST_F(PolyHost, RingIdentityAndPacking) {
-  const std::initializer_list<word> eight = {name("a"), name("b"), name("c"), name("d"),
-                                             name("e"), name("f"), name("g"), name("h")};
-  const word plex8 = ring("plex", eight);
-  auto container = [&](word r, int pack) {
-    const vorn::packing p = vorn::make_layout(cbt(), r, pack);
-    return vorn::new_container(cbt(), r, 0, p.layout.get());
-  };
-  const word A = container(plex8, 7), B = container(plex8, 8), C = container(plex8, 7);
+  // Eight variables: packs 7 and 8 share shift 4 but not msize (2 against 1).
+  const word plex8 = ring("plex", {name("a"), name("b"), name("c"), name("d"), name("e"), name("f"), name("g"), name("h")});
+  const vorn::packing p7 = vorn::make_layout(cbt(), plex8, 7), p8 = vorn::make_layout(cbt(), plex8, 8);
+  const word A = vorn::new_container(cbt(), plex8, 0, p7.layout.get());
+  const word B = vorn::new_container(cbt(), plex8, 0, p8.layout.get());
   EXPECT_TRUE(vorn::same_ring(A, B));
-  auto layout_of = [&](word k) { return vorn::read_container(cbt(), k).layout; };
-  EXPECT_FALSE(vorn::packed_alike(layout_of(A), layout_of(B)));  // shift 4 both, msize 2 against 1
-  EXPECT_TRUE(vorn::packed_alike(layout_of(A), layout_of(C)));
-  EXPECT_FALSE(vorn::packed_alike(layout_of(container(xyz("tdeg"), 2)), layout_of(container(xyz("tdeg"), 4))));
-  EXPECT_FALSE(vorn::same_ring(container(xyz("tdeg"), 2), container(xyz("grlex"), 2)));
-  EXPECT_FALSE(vorn::same_ring(container(xyz("tdeg"), 2), container(ring("tdeg", {name("x"), name("y")}), 2)));
+  EXPECT_FALSE(vorn::packed_alike(vorn::read_container(cbt(), A).layout, vorn::read_container(cbt(), B).layout));
+  EXPECT_TRUE(vorn::packed_alike(vorn::read_container(cbt(), A).layout, p7.layout.get()));
+  const word C = vorn::new_container(cbt(), xyz("tdeg"), 0, p7.layout.get());
+  EXPECT_FALSE(vorn::same_ring(C, vorn::new_container(cbt(), xyz("grlex"), 0, p7.layout.get())));
+  EXPECT_TRUE(vorn::same_ring(C, vorn::new_container(cbt(), xyz("tdeg"), 0, p8.layout.get())));
 }
 
 TEST_F(PolyHost, TermBlocksAreOneAllocationEach) {
@@ -126,12 +122,8 @@ TEST_F(PolyHost, TermBlocksAreOneAllocationEach) {
   list.first = vorn::alloc_term_block(1024, layout, 1);
   ASSERT_NE(list.first, nullptr);
   EXPECT_EQ(vorn::gateway_state().allocations - before.allocations, 1);
-  EXPECT_EQ(list.first->count, 1024);
-  EXPECT_EQ(list.first->layout, layout);
-  EXPECT_EQ(list.first->next, nullptr);
   EXPECT_EQ(vorn::term_block_of_terms(list.first->terms), list.first);
-  list.first->terms[1024 * 3 - 1] = 3;  // the last word of the last term is ours
-  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(list.first->terms) % 8, 0u);
+  list.first->terms[1024 * 3 - 1] = 3;  // the last word of the last term is inside the block
 
   vorn::gateway_fail_at(1);
   EXPECT_EQ(vorn::alloc_term_block(8, layout, 1), nullptr);
