@@ -6,6 +6,7 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -37,7 +38,8 @@ struct window {
   char* base = nullptr;
   std::size_t reserved = 0;
   std::size_t committed = 0;
-  std::size_t top = 0;  // bytes from base
+  std::size_t top = 0;    // bytes from base
+  std::size_t dirty = 0;  // bytes from base ever handed out; above it the pages are still zero
   std::size_t in_use = 0;
   std::size_t blocks = 0;
   word small[small_limit / 2 + 1] = {};  // heads by size / 2; 0 = empty
@@ -168,7 +170,11 @@ word* allocate_block(std::size_t payload_words) noexcept {
   word* payload = block + header_words;
   const std::size_t payload_bytes = ((block[0] & size_mask) - header_words) * sizeof(word);
   MINIKELTO_UNPOISON(payload, payload_bytes);
-  std::memset(payload, 0, payload_bytes);
+  // Pages never handed out before are zero already; not touching them keeps
+  // a large array's untouched tail out of memory.
+  const std::size_t from = static_cast<std::size_t>(reinterpret_cast<char*>(payload) - the_window.base);
+  if (from < the_window.dirty) std::memset(payload, 0, std::min(payload_bytes, the_window.dirty - from));
+  if (from + payload_bytes > the_window.dirty) the_window.dirty = from + payload_bytes;
   the_window.in_use += (block[0] & size_mask) * sizeof(word);
   ++the_window.blocks;
   return payload;

@@ -23,13 +23,14 @@ class collect_test : public host_test {
 TEST_F(collect_test, the_window_lies_below_4_gib) {
   const minikelto::window_stats s = minikelto::window_state();
   EXPECT_GT(s.base, 0u);
-  EXPECT_LE(s.base + s.reserved, std::uintptr_t{0x100000000});
+  EXPECT_LE(std::uint64_t{s.base} + s.reserved, std::uint64_t{0x100000000});
   if (sizeof(void*) == 8) {
     EXPECT_GE(s.base, 0x10000000u);
     EXPECT_LE(s.base + s.reserved, 0x60000000u);
   }
   const word big = minikelto::make_array(1 << 20);
-  EXPECT_LT(reinterpret_cast<std::uintptr_t>(minikelto::array_data(big)) + (4u << 20), std::uintptr_t{0x100000000});
+  EXPECT_LT(std::uint64_t{reinterpret_cast<std::uintptr_t>(minikelto::array_data(big))} + (4u << 20),
+            std::uint64_t{0x100000000});
 }
 
 TEST_F(collect_test, unreachable_objects_go_and_roots_keep_what_they_reach) {
@@ -104,5 +105,23 @@ TEST_F(collect_death_test, collect_refuses_to_run_inside_an_entry_call) {
   };
   EXPECT_DEATH(minikelto::call_protected(body, nullptr), "during an entry call");
 }
+
+TEST_F(collect_death_test, an_exhausted_window_ends_the_process_with_a_message) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  // Untouched arrays cost address space, not memory.
+  auto fill = [] {
+    for (int i = 0; i < 16; ++i) minikelto::make_array(1 << 27);
+  };
+  EXPECT_DEATH(fill(), "object window exhausted");
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+TEST_F(collect_death_test, reclaimed_objects_are_poisoned) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const word dead = unique(prod({{name("x"), 3}}));
+  minikelto::collect();
+  EXPECT_DEATH(std::printf("%u\n", minikelto::object_words(dead)[1]), "use-after-poison");
+}
+#endif
 
 }  // namespace
