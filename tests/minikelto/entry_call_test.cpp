@@ -112,6 +112,18 @@ TEST_F(entry_call_test, a_plugin_that_cannot_be_loaded_says_why) {
   EXPECT_NE(error.find("/nonexistent/libvorn.so"), std::string::npos) << error;
 }
 
+TEST_F(entry_call_test, the_shared_plugin_loads_and_its_entries_run) {
+  std::string error;
+  std::optional<minikelto::plugin> p = minikelto::load_plugin(VORN_PLUGIN_PATH, &error);
+  ASSERT_TRUE(p.has_value()) << error;
+  EXPECT_EQ(minikelto::find_symbol(*p, "no_such_entry"), nullptr);
+  const minikelto::call_result r = minikelto::call_entry(*p, "num_cpus", {});
+  ASSERT_TRUE(r.ok) << r.error;
+  EXPECT_EQ(r.value, vorn::make_immediate(1));
+  EXPECT_EQ(minikelto::call_entry(*p, "num_cpus", std::vector<word>{name("n")}).error,
+            "first argument must be an immediate integer");
+}
+
 using entry_call_death_test = entry_call_test;
 
 TEST_F(entry_call_death_test, unprovided_callbacks_end_the_process_naming_the_index) {
