@@ -24,10 +24,13 @@ namespace vorn {
 
 // A stream of the product: the term of A it multiplies and the term of B it
 // stands at; with several words per monomial, also its own key buffer.
+// state = 2·(index in B of the next product to insert) + (1 when none of its
+// products is in the heap); used by the delayed order only.
 struct mul_stream : term_stream {
   const word* cursor;
   const word* multiplier;
   word* key;
+  std::int32_t state;
 };
 
 // The first block of a product of count products, before any term is known.
@@ -35,27 +38,52 @@ inline std::int32_t first_block_terms(std::int64_t count) noexcept {
   return static_cast<std::int32_t>(std::min<std::int64_t>(count, 1024));
 }
 
+// True when no two neighbouring monomials of the run are equal.
+template <int Msize>
+bool strictly_decreasing(term_run R, monomial_shape shape) noexcept {
+  const int m = Msize > 0 ? Msize : shape.msize;
+  const std::ptrdiff_t stride = m + 1;
+  for (std::int32_t t = 1; t < R.count; ++t)
+    if (monomials_equal<Msize>(R.terms + (t - 1) * stride, R.terms + t * stride, m)) return false;
+  return true;
+}
+
 // Writes the terms of A·B mod p (nA, nB >= 1, 1 <= p < 2^31) to the sink.
 // The stream array and key buffers come from scratch, the heap from the
 // gateway; all of it is released on every exit.  Sums of exponents are not
 // checked here (see check_product_exponents).
+//
+// When neither operand repeats a monomial, a stream's next product (i, j + 1)
+// waits until (i - 1, j + 1) has left the heap too, which keeps the heap to
+// the products that can be next.  Every product of a monomial M is then still
+// in the heap when M reaches the root (both products it waits for are larger),
+// so the passes, their counts and the blocks are those of the plain order.
+// Repeated monomials can make equal products wait into a later pass, so such
+// operands take the plain order.
 template <int Msize, class Sink>
 void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch, Sink& out) {
   const int m = Msize > 0 ? Msize : shape.msize;
   const std::ptrdiff_t stride = m + 1;
   const std::int32_t nA = A.count;
+  const std::int32_t nB = B.count;
   const word* const b_first = B.terms;
-  const word* const b_end = B.terms + B.count * stride;
+  const word* const b_end = B.terms + nB * stride;
 
   gateway_array<heap_entry<Msize>> heap_array;
   heap_array.data = static_cast<heap_entry<Msize>*>(gateway_take(static_cast<std::size_t>(nA), sizeof(heap_entry<Msize>)));
   auto* const streams = static_cast<mul_stream*>(scratch.take(static_cast<std::size_t>(nA), sizeof(mul_stream)));
   word* keys = nullptr;
   if constexpr (Msize != 1) keys = static_cast<word*>(scratch.take(static_cast<std::size_t>(nA) * static_cast<std::size_t>(m), sizeof(word)));
+  const bool delayed = strictly_decreasing<Msize>(A, shape) && strictly_decreasing<Msize>(B, shape);
+  struct popped {
+    mul_stream* s;
+    std::int32_t j;
+  };
+  popped* queue = delayed ? static_cast<popped*>(scratch.take(static_cast<std::size_t>(nA), sizeof(popped))) : nullptr;
 
   term_heap<Msize> heap{heap_array.data, 0, {m, shape.tdeg}};
 
-  std::int64_t remaining = static_cast<std::int64_t>(nA) * B.count;
+  std::int64_t remaining = static_cast<std::int64_t>(nA) * nB;
   std::int32_t capacity = first_block_terms(remaining);
   word* w = out.next_block(capacity);
   std::int32_t written = 0;
@@ -64,6 +92,7 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
     streams[i].next = nullptr;
     streams[i].multiplier = A.terms + i * stride;
     streams[i].key = Msize != 1 ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
+    streams[i].state = 1;
   }
   mul_stream* const last_stream = streams + (nA - 1);
 
@@ -76,30 +105,50 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
       heap_insert(heap, static_cast<const word*>(s->key), s);
     }
   };
+  auto insert_at = [&](mul_stream* s, std::int32_t j) {
+    s->cursor = b_first + j * stride;
+    s->state = 2 * (j + 1);
+    insert(s);
+  };
 
-  streams[0].cursor = b_first;
-  insert(streams);
+  insert_at(streams, 0);
 
   acc96 acc;
   while (heap.n > 0) {
     acc_clear(acc);
     std::int32_t k = 0;
     term_stream* taken = heap_pop_equal(heap, w, [&](term_stream* t) {
-      const auto* s = static_cast<const mul_stream*>(t);
+      auto* s = static_cast<mul_stream*>(t);
       acc_add_product(acc, coefficient_value(s->multiplier[m]), coefficient_value(s->cursor[m]));
+      if (delayed) {
+        queue[k] = {s, (s->state >> 1) - 1};
+        s->state |= 1;
+      }
       ++k;
     });
 
-    while (taken != nullptr) {
-      auto* s = static_cast<mul_stream*>(taken);
-      taken = taken->next;  // read before s goes back into the heap
-      if (s->cursor == b_first && s != last_stream) {
-        mul_stream* successor = s + 1;
-        successor->cursor = b_first;
-        insert(successor);
+    if (delayed) {
+      for (std::int32_t q = 0; q < k; ++q) {
+        mul_stream* s = queue[q].s;
+        const std::int32_t j = queue[q].j;
+        // The next stream was waiting for this product.
+        if (s != last_stream && s[1].state == 2 * j + 1) insert_at(s + 1, j);
+        // This stream moves on once the one before it has passed j + 1.
+        if (j + 1 < nB && (s->state & 1) != 0 && (s == streams || s[-1].state >= 2 * (j + 2) + 1))
+          insert_at(s, j + 1);
       }
-      s->cursor += stride;
-      if (s->cursor != b_end) insert(s);
+    } else {
+      while (taken != nullptr) {
+        auto* s = static_cast<mul_stream*>(taken);
+        taken = taken->next;  // read before s goes back into the heap
+        if (s->cursor == b_first && s != last_stream) {
+          mul_stream* successor = s + 1;
+          successor->cursor = b_first;
+          insert(successor);
+        }
+        s->cursor += stride;
+        if (s->cursor != b_end) insert(s);
+      }
     }
 
     const std::int32_t r = acc_reduce(acc, p);  // r in [0, p)
