@@ -67,7 +67,8 @@ void add_merge(term_run A, term_run B, monomial_shape shape, std::int32_t p, boo
     const std::int32_t r = residue(v, p);
     if (r != 0) put(consumed, r);
     if (written == capacity) {
-      const auto grown = static_cast<std::int64_t>(std::nearbyint(static_cast<double>(written) * 250.0 / 200.0));
+      const auto grown =
+          static_cast<std::int64_t>(std::nearbyint(static_cast<double>(written) * 250.0 / 200.0));
       capacity = static_cast<std::int32_t>(
           std::min({grown, std::int64_t{max_block_terms}, std::int64_t{nA - i} + (nB - j)}));
       w = out.next_block(capacity);

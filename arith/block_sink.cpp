@@ -11,8 +11,10 @@ word* term_block_sink::next_block(std::int32_t capacity) {
   term_block* block = alloc_term_block(capacity, layout, 1);
   if (block == nullptr) fail("out of memory");
   const bool first = current == nullptr;
-  if (first) blocks.first = block;
-  else current->next = block;
+  if (first)
+    blocks.first = block;
+  else
+    current->next = block;
   current = block;
   if (!first && host_check_interrupt(cbt)) fail("Interrupted");
   return block->terms;

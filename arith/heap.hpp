@@ -56,12 +56,16 @@ struct key_order {
   bool tdeg;
 
   bool less(heap_key_t<Msize> a, heap_key_t<Msize> b) const noexcept {
-    if constexpr (Msize == 1) return a < b;
-    else return compare_monomials<Msize>(a, b, msize, tdeg) < 0;
+    if constexpr (Msize == 1)
+      return a < b;
+    else
+      return compare_monomials<Msize>(a, b, msize, tdeg) < 0;
   }
   bool equal(heap_key_t<Msize> a, heap_key_t<Msize> b) const noexcept {
-    if constexpr (Msize == 1) return a == b;
-    else return monomials_equal<Msize>(a, b, msize);
+    if constexpr (Msize == 1)
+      return a == b;
+    else
+      return monomials_equal<Msize>(a, b, msize);
   }
   // Writes the monomial of a key; key buffers are rewritten as streams
   // advance, so a popped monomial must be copied out.

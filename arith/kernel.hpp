@@ -47,10 +47,14 @@ inline monomial_shape shape_of(const word* layout) noexcept {
 template <class F>
 inline decltype(auto) with_msize(int msize, F&& f) {
   switch (msize) {
-    case 1: return f(std::integral_constant<int, 1>{});
-    case 2: return f(std::integral_constant<int, 2>{});
-    case 3: return f(std::integral_constant<int, 3>{});
-    default: return f(std::integral_constant<int, 0>{});
+    case 1:
+      return f(std::integral_constant<int, 1>{});
+    case 2:
+      return f(std::integral_constant<int, 2>{});
+    case 3:
+      return f(std::integral_constant<int, 3>{});
+    default:
+      return f(std::integral_constant<int, 0>{});
   }
 }
 

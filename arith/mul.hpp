@@ -61,7 +61,8 @@ bool strictly_decreasing(term_run R, monomial_shape shape) noexcept {
 // Repeated monomials can make equal products wait into a later pass, so such
 // operands take the plain order.
 template <int Msize, class Sink>
-void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch, Sink& out) {
+void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch,
+              Sink& out) {
   const int m = Msize > 0 ? Msize : shape.msize;
   const std::ptrdiff_t stride = m + 1;
   const std::int32_t nA = A.count;
@@ -70,16 +71,21 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   const word* const b_end = B.terms + nB * stride;
 
   gateway_array<heap_entry<Msize>> heap_array;
-  heap_array.data = static_cast<heap_entry<Msize>*>(gateway_take(static_cast<std::size_t>(nA), sizeof(heap_entry<Msize>)));
-  auto* const streams = static_cast<mul_stream*>(scratch.take(static_cast<std::size_t>(nA), sizeof(mul_stream)));
+  heap_array.data =
+      static_cast<heap_entry<Msize>*>(gateway_take(static_cast<std::size_t>(nA), sizeof(heap_entry<Msize>)));
+  auto* const streams =
+      static_cast<mul_stream*>(scratch.take(static_cast<std::size_t>(nA), sizeof(mul_stream)));
   word* keys = nullptr;
-  if constexpr (Msize != 1) keys = static_cast<word*>(scratch.take(static_cast<std::size_t>(nA) * static_cast<std::size_t>(m), sizeof(word)));
+  if constexpr (Msize != 1)
+    keys = static_cast<word*>(
+        scratch.take(static_cast<std::size_t>(nA) * static_cast<std::size_t>(m), sizeof(word)));
   const bool delayed = strictly_decreasing<Msize>(A, shape) && strictly_decreasing<Msize>(B, shape);
   struct popped {
     mul_stream* s;
     std::int32_t j;
   };
-  popped* queue = delayed ? static_cast<popped*>(scratch.take(static_cast<std::size_t>(nA), sizeof(popped))) : nullptr;
+  popped* queue =
+      delayed ? static_cast<popped*>(scratch.take(static_cast<std::size_t>(nA), sizeof(popped))) : nullptr;
 
   term_heap<Msize> heap{heap_array.data, 0, {m, shape.tdeg}};
 
@@ -169,7 +175,8 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
 
 // mul_heap dispatched on the words per monomial.
 template <class Sink>
-void multiply_terms(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch, Sink& out) {
+void multiply_terms(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch,
+                    Sink& out) {
   with_msize(shape.msize, [&](auto M) { mul_heap<decltype(M)::value>(A, B, shape, p, scratch, out); });
 }
 

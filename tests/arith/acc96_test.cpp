@@ -15,7 +15,8 @@ namespace {
 
 constexpr std::int32_t primes[] = {2, 3, 32003, 1073741789, 2147483647};
 
-std::int32_t reduce_sum(std::int32_t p, std::initializer_list<std::pair<std::int32_t, std::int32_t>> products) {
+std::int32_t reduce_sum(std::int32_t p,
+                        std::initializer_list<std::pair<std::int32_t, std::int32_t>> products) {
   acc96 a;
   acc_clear(a);
   for (auto [x, y] : products) acc_add_product(a, x, y);

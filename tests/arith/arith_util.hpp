@@ -121,7 +121,8 @@ struct vector_sink {
     for (std::size_t b = 0; b < blocks.size(); ++b) {
       const std::size_t count = b + 1 == blocks.size() ? static_cast<std::size_t>(last_count)
                                                        : static_cast<std::size_t>(capacities[b]);
-      all.insert(all.end(), blocks[b].begin(), blocks[b].begin() + static_cast<std::ptrdiff_t>(count * stride));
+      all.insert(all.end(), blocks[b].begin(),
+                 blocks[b].begin() + static_cast<std::ptrdiff_t>(count * stride));
     }
     return all;
   }

@@ -24,7 +24,9 @@ struct small_heap {
   std::vector<term_stream> streams = std::vector<term_stream>(16);
   term_heap<1> h{entries.data(), 0, {1, false}};
 
-  void insert(std::int32_t key, int stream) { heap_insert(h, key, &streams[static_cast<std::size_t>(stream)]); }
+  void insert(std::int32_t key, int stream) {
+    heap_insert(h, key, &streams[static_cast<std::size_t>(stream)]);
+  }
   std::vector<term_stream*> pop(word& m) { return list_of(heap_pop_equal(h, &m)); }
   term_stream* at(int i) { return &streams[static_cast<std::size_t>(i)]; }
 };
@@ -112,8 +114,10 @@ void merge_random_streams(int msize, bool tdeg, std::uint32_t seed) {
   term_heap<Msize> h{entries.data(), 0, {msize, tdeg}};
   auto insert = [&](merge_stream& s) {
     s.key = s.monomials[s.at];
-    if constexpr (Msize == 1) heap_insert(h, static_cast<std::int32_t>(s.key[0]), &s);
-    else heap_insert(h, static_cast<const word*>(s.key.data()), &s);
+    if constexpr (Msize == 1)
+      heap_insert(h, static_cast<std::int32_t>(s.key[0]), &s);
+    else
+      heap_insert(h, static_cast<const word*>(s.key.data()), &s);
   };
   for (merge_stream& s : streams) insert(s);
 
@@ -134,7 +138,7 @@ void merge_random_streams(int msize, bool tdeg, std::uint32_t seed) {
 }
 
 TEST(TermHeap, RandomStreamsMergeInOrder) {
-  #if defined(__SANITIZE_ADDRESS__) || UINTPTR_MAX == 0xffffffffu
+#if defined(__SANITIZE_ADDRESS__) || UINTPTR_MAX == 0xffffffffu
   constexpr std::uint32_t seeds = 20;
 #else
   constexpr std::uint32_t seeds = 60;

@@ -54,7 +54,8 @@ std::vector<std::int32_t> expected_blocks(const naive_result& r, std::int64_t pr
     if (t.residue != 0) ++written;
     if (written == caps.back() && left > 0) {
       remaining -= written;
-      caps.push_back(static_cast<std::int32_t>(std::min<std::int64_t>(grow_estimate(written, t.products), remaining)));
+      caps.push_back(
+          static_cast<std::int32_t>(std::min<std::int64_t>(grow_estimate(written, t.products), remaining)));
       written = 0;
     }
   }
@@ -77,7 +78,8 @@ void check_product(const test_poly& A, const test_poly& B, const ring_case& rc, 
     ASSERT_EQ(got[i].e, expected[i].e) << "term " << i;
     ASSERT_EQ(got[i].c, expected[i].c) << "term " << i;
   }
-  EXPECT_EQ(out.capacities, expected_blocks(want, static_cast<std::int64_t>(A.terms.size()) * B.terms.size()));
+  EXPECT_EQ(out.capacities,
+            expected_blocks(want, static_cast<std::int64_t>(A.terms.size()) * B.terms.size()));
 }
 
 const ring_case rings[] = {
@@ -139,12 +141,14 @@ TEST(MulKernel, BlockBoundaries) {
     return std::make_pair(out.capacities, out.last_count);
   };
   // 32·32 distinct products: one block, filled by the very last term.
-  EXPECT_EQ(blocks(powers(0, 32, 1), powers(1, 32, 1), 7), std::make_pair(std::vector<std::int32_t>{1024}, 1024));
+  EXPECT_EQ(blocks(powers(0, 32, 1), powers(1, 32, 1), 7),
+            std::make_pair(std::vector<std::int32_t>{1024}, 1024));
   // 40·40: 1024, then 1536 capped at the 576 products left, filled exactly.
   EXPECT_EQ(blocks(powers(0, 40, 1), powers(1, 40, 1), 7),
             std::make_pair(std::vector<std::int32_t>{1024, 576}, 576));
   // Every sum a multiple of p: nothing written, no second block.
-  EXPECT_EQ(blocks(powers(0, 40, 7), powers(1, 40, 3), 7), std::make_pair(std::vector<std::int32_t>{1024}, 0));
+  EXPECT_EQ(blocks(powers(0, 40, 7), powers(1, 40, 3), 7),
+            std::make_pair(std::vector<std::int32_t>{1024}, 0));
 }
 
 TEST(MulKernel, RepeatedMonomialsMeetOnlyWhenTheirStreamsAreStarted) {
@@ -156,7 +160,8 @@ TEST(MulKernel, RepeatedMonomialsMeetOnlyWhenTheirStreamsAreStarted) {
   vector_sink out{1, {}, {}};
   tracked_list scratch;
   multiply_terms({A, 2}, {B, 2}, {1, false}, 7, scratch, out);
-  EXPECT_EQ(out.terms(), (std::vector<word>{2, make_immediate(1), 2, make_immediate(2), 1, make_immediate(3)}));
+  EXPECT_EQ(out.terms(),
+            (std::vector<word>{2, make_immediate(1), 2, make_immediate(2), 1, make_immediate(3)}));
 }
 
 // A sink that raises on its n-th block, as an interrupt does.
@@ -227,7 +232,8 @@ TEST(AddKernel, RandomSumsAndDifferencesMatchTheNaiveSum) {
   for (const ring_case& rc : rings) {
     for (std::int32_t p : primes) {
       for (int round = 0; round < 6; ++round) {
-        SCOPED_TRACE(testing::Message() << "n " << rc.n << " pack " << rc.pack << " p " << p << " round " << round);
+        SCOPED_TRACE(testing::Message()
+                     << "n " << rc.n << " pack " << rc.pack << " p " << p << " round " << round);
         const std::size_t most = round < 2 ? 5 : small_tests ? 200 : 600;
         const test_poly A = random_poly(rng, rc, rng() % most, 12, min_immediate, max_immediate);
         test_poly B = random_poly(rng, rc, rng() % most, 12, -3, 3);
@@ -242,7 +248,8 @@ TEST(AddKernel, RandomSumsAndDifferencesMatchTheNaiveSum) {
           ASSERT_EQ(got[i].e, want[i].e);
           ASSERT_EQ(got[i].c, want[i].c);
         }
-        EXPECT_EQ(out.capacities[0], std::min<std::int64_t>(std::int64_t(A.terms.size() + B.terms.size()), 1024));
+        EXPECT_EQ(out.capacities[0],
+                  std::min<std::int64_t>(std::int64_t(A.terms.size() + B.terms.size()), 1024));
       }
     }
   }
@@ -268,7 +275,8 @@ TEST(AddKernel, BlockSizesWhileMergingAndInTheTails) {
   EXPECT_EQ(blocks(degrees(0, 1024, 1, 1), degrees(0, 1024, 1, 1), 7),
             std::make_pair(std::vector<std::int32_t>{1024, 0}, 0));
   // A + A mod 2 vanishes entirely.
-  EXPECT_EQ(blocks(degrees(0, 10, 1, 1), degrees(0, 10, 1, 1), 2), std::make_pair(std::vector<std::int32_t>{20}, 0));
+  EXPECT_EQ(blocks(degrees(0, 10, 1, 1), degrees(0, 10, 1, 1), 2),
+            std::make_pair(std::vector<std::int32_t>{20}, 0));
   // A long tail after a short merge: the last block takes all that is left.
   EXPECT_EQ(blocks(degrees(1000000, 1, 1, 1), degrees(0, 600000, 1, 1), 7),
             std::make_pair(std::vector<std::int32_t>{1024, 598977}, 598977));
