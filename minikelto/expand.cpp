@@ -87,14 +87,19 @@ struct monomial_space {
 };
 
 // Powers of integers beyond this many bits are refused rather than computed.
-constexpr std::uint64_t max_power_bits = std::uint64_t{1} << 26;
+constexpr std::uint64_t max_power_bits = std::uint64_t{1} << 20;
 
 std::uint64_t hash_key(const std::uint64_t* key, std::int32_t words) {
+  // Keys fill their words from the top, so every bit is mixed into the low
+  // bits that pick the slot.
   std::uint64_t h = 0x9e3779b97f4a7c15ull;
   for (std::int32_t i = 0; i < words; ++i) {
     h ^= key[i];
+    h ^= h >> 33;
     h *= 0xff51afd7ed558ccdull;
-    h ^= h >> 32;
+    h ^= h >> 33;
+    h *= 0xc4ceb9fe1a85ec53ull;
+    h ^= h >> 33;
   }
   return h;
 }
@@ -116,8 +121,36 @@ class term_table {
     if (want > slots_.size()) rehash(want);
   }
 
+  // Adds a term whose key is not in the table yet, without indexing it;
+  // the index is rebuilt at the next lookup.
+  void append_new(const std::uint64_t* k, const term_table& from, const coefficient& c) {
+    keys_.insert(keys_.end(), k, k + words_);
+    coefficients_.push_back({c.small, -1});
+    if (c.big >= 0) {
+      bigs_.emplace_back();
+      mpz_set(bigs_.back().z, from.big(c.big));
+      coefficients_.back().big = static_cast<std::int32_t>(bigs_.size() - 1);
+    }
+    indexed_ = false;
+  }
+
+  // Empties the table, keeping its memory.
+  void clear() {
+    keys_.clear();
+    coefficients_.clear();
+    bigs_.clear();
+    std::fill(slots_.begin(), slots_.end(), 0u);
+    indexed_ = true;
+  }
+
   // The term with this key, created with coefficient 0 when missing.
   coefficient& at(const std::uint64_t* k) {
+    if (!indexed_) {
+      std::size_t want = 16;
+      while (want < 2 * (coefficients_.size() + 1)) want *= 2;
+      rehash(std::max(want, slots_.size()));
+      indexed_ = true;
+    }
     if (2 * (coefficients_.size() + 1) > slots_.size()) rehash(slots_.size() * 2);
     const std::size_t mask = slots_.size() - 1;
     std::size_t s = static_cast<std::size_t>(hash_key(k, words_)) & mask;
@@ -125,7 +158,7 @@ class term_table {
       const std::uint32_t slot = slots_[s];
       if (slot == 0) break;
       const std::uint64_t* other = key(slot - 1);
-      if (std::equal(k, k + words_, other)) return coefficients_[slot - 1];
+      if (same_key(k, other)) return coefficients_[slot - 1];
       s = (s + 1) & mask;
     }
     keys_.insert(keys_.end(), k, k + words_);
@@ -171,6 +204,13 @@ class term_table {
     c.small = 0;
   }
 
+  // A plain loop: std::equal would call memcmp for a word or two.
+  bool same_key(const std::uint64_t* a, const std::uint64_t* b) const {
+    for (std::int32_t i = 0; i < words_; ++i)
+      if (a[i] != b[i]) return false;
+    return true;
+  }
+
   void rehash(std::size_t n) {
     slots_.assign(n, 0);
     const std::size_t mask = n - 1;
@@ -182,36 +222,97 @@ class term_table {
   }
 
   std::int32_t words_;
+  bool indexed_ = true;
   std::vector<std::uint64_t> keys_;
   std::vector<coefficient> coefficients_;
   std::vector<std::uint32_t> slots_;
   std::vector<big_integer> bigs_;
 };
 
-// Adds c * (A's term i) * (B's term j) for all i, j into out.
-void multiply_into(const term_table& A, const term_table& B, std::int32_t words, term_table& out) {
-  out.reserve(std::max(A.size(), B.size()));
+// True when v * w cannot overflow for any w with the same property.
+inline bool fits_half(small_int v) {
+  constexpr small_int half = small_int{1} << (sizeof(small_int) * 4 - 1);
+  return v < half && v > -half;
+}
+
+// Adds (A's term i) * (B's term j) into out.
+inline void add_product(const term_table& A, std::size_t i, const term_table& B, std::size_t j,
+                        std::int32_t words, std::uint64_t* k, big_integer& x, big_integer& y, term_table& out) {
+  const std::uint64_t* a = A.key(i);
+  const std::uint64_t* b = B.key(j);
+  for (std::int32_t w = 0; w < words; ++w) k[w] = a[w] + b[w];
+  const coefficient& ca = A.coeff(i);
+  const coefficient& cb = B.coeff(j);
+  coefficient& c = out.at(k);
+  small_int product;
+  if (ca.big < 0 && cb.big < 0 && fits_half(ca.small) && fits_half(cb.small)) {
+    out.add_small(c, ca.small * cb.small);  // cannot overflow: both halves fit
+  } else if (ca.big < 0 && cb.big < 0 && !__builtin_mul_overflow(ca.small, cb.small, &product)) {
+    out.add_small(c, product);
+  } else {
+    A.value(ca, x.z);
+    B.value(cb, y.z);
+    mpz_mul(x.z, x.z, y.z);
+    out.add_big(c, x.z);
+  }
+}
+
+// Products with more term pairs than this are computed slice by slice.
+constexpr std::size_t slice_threshold = std::size_t{1} << 20;
+
+// Adds A * B into out (which must be empty when A * B is large).
+//
+// A large product goes slice by slice: the terms of the result whose
+// exponent of one variable is d come only from pairs whose exponents of that
+// variable add up to d, so each slice is summed in a table small enough to
+// stay in cache and then appended to out, whose index is built only if it
+// is looked up later.
+void multiply_into(const term_table& A, const term_table& B, const monomial_space& space, term_table& out) {
+  const std::int32_t words = space.words;
   std::vector<std::uint64_t> k(static_cast<std::size_t>(words));
   big_integer x, y;
-  for (std::size_t i = 0; i < A.size(); ++i) {
-    const std::uint64_t* a = A.key(i);
-    const coefficient& ca = A.coeff(i);
-    if (A.is_zero(ca)) continue;
-    for (std::size_t j = 0; j < B.size(); ++j) {
-      const std::uint64_t* b = B.key(j);
-      for (std::int32_t w = 0; w < words; ++w) k[static_cast<std::size_t>(w)] = a[w] + b[w];
-      const coefficient& cb = B.coeff(j);
-      coefficient& c = out.at(k.data());
-      small_int product;
-      if (ca.big < 0 && cb.big < 0 && !__builtin_mul_overflow(ca.small, cb.small, &product)) {
-        out.add_small(c, product);
-      } else {
-        A.value(ca, x.z);
-        B.value(cb, y.z);
-        mpz_mul(x.z, x.z, y.z);
-        out.add_big(c, x.z);
-      }
+  if (A.size() * B.size() < slice_threshold || out.size() != 0 || space.variables.empty()) {
+    out.reserve(std::max(A.size(), B.size()));
+    for (std::size_t i = 0; i < A.size(); ++i)
+      for (std::size_t j = 0; j < B.size(); ++j) add_product(A, i, B, j, words, k.data(), x, y, out);
+    return;
+  }
+  // Slice by the variable with the widest range in the result.
+  const std::uint64_t mask = (std::uint64_t{1} << space.bits) - 1;
+  auto field = [&](const term_table& T, std::size_t i, std::size_t v) {
+    return static_cast<std::size_t>((T.key(i)[space.word_of(v)] >> space.shift_of(v)) & mask);
+  };
+  std::size_t best = 0, best_range = 0;
+  for (std::size_t v = 0; v < space.variables.size(); ++v) {
+    std::size_t top_a = 0, top_b = 0;
+    for (std::size_t i = 0; i < A.size(); ++i) top_a = std::max(top_a, field(A, i, v));
+    for (std::size_t j = 0; j < B.size(); ++j) top_b = std::max(top_b, field(B, j, v));
+    if (top_a + top_b >= best_range) {
+      best = v;
+      best_range = top_a + top_b;
     }
+  }
+  // Terms of each operand grouped by that exponent.
+  auto group = [&](const term_table& T) {
+    std::vector<std::vector<std::uint32_t>> groups;
+    for (std::size_t i = 0; i < T.size(); ++i) {
+      const std::size_t e = field(T, i, best);
+      if (e >= groups.size()) groups.resize(e + 1);
+      groups[e].push_back(static_cast<std::uint32_t>(i));
+    }
+    return groups;
+  };
+  const auto groups_a = group(A);
+  const auto groups_b = group(B);
+  term_table slice(words);
+  for (std::size_t d = 0; d + 2 <= groups_a.size() + groups_b.size(); ++d) {
+    slice.clear();
+    for (std::size_t e = 0; e < groups_a.size() && e <= d; ++e) {
+      if (d - e >= groups_b.size()) continue;
+      for (std::uint32_t i : groups_a[e])
+        for (std::uint32_t j : groups_b[d - e]) add_product(A, i, B, j, words, k.data(), x, y, slice);
+    }
+    for (std::size_t t = 0; t < slice.size(); ++t) out.append_new(slice.key(t), slice, slice.coeff(t));
   }
 }
 
@@ -277,7 +378,7 @@ class expander {
       term_table out(space_.words);
       for (auto [term, coeff] : degree_bounds::pairs_of(e)) {
         term_table product(space_.words);
-        multiply_into(run(term), run(coeff), space_.words, product);
+        multiply_into(run(term), run(coeff), space_, product);
         add_into(product, out);
       }
       return out;
@@ -289,13 +390,13 @@ class expander {
         const term_table b = run(base);
         if (b.size() == 1) {
           term_table next(space_.words);
-          multiply_into(out, single_power(b, n), space_.words, next);
+          multiply_into(out, single_power(b, n), space_, next);
           out = std::move(next);
           continue;
         }
         for (std::uint64_t i = 0; i < n; ++i) {
           term_table next(space_.words);
-          multiply_into(out, b, space_.words, next);
+          multiply_into(out, b, space_, next);
           out = std::move(next);
         }
       }

@@ -123,7 +123,7 @@ struct product_builder {
     if (n == 0) return;
     if (is_integer(h)) {
       integer v(h);
-      if (mpz_cmpabs_ui(v.z, 1) > 0 && static_cast<double>(mpz_sizeinbase(v.z, 2)) * static_cast<double>(n) > 6.7e7)
+      if (mpz_cmpabs_ui(v.z, 1) > 0 && static_cast<double>(mpz_sizeinbase(v.z, 2)) * static_cast<double>(n) > 1.0e6)
         throw std::invalid_argument("integer too large");
       mpz_pow_ui(v.z, v.z, static_cast<unsigned long>(n));
       mpz_mul(factor.z, factor.z, v.z);

@@ -153,7 +153,7 @@ struct session::impl {
       const double wall = wall_seconds();
       const word v = eval(*n.children[0]);
       if (!quiet) {
-        std::printf("time: %.3f sec   real: %.3f sec\n", seconds_since(cpu), wall_seconds() - wall);
+        std::fprintf(options.out, "time: %.3f sec   real: %.3f sec\n", seconds_since(cpu), wall_seconds() - wall);
       }
       return v;
     }
@@ -169,7 +169,7 @@ struct session::impl {
       }
     }
     if (f == "print") {
-      if (!quiet) std::printf("%s\n", to_text(unique(make_seq(args))).c_str());
+      if (!quiet) std::fprintf(options.out, "%s\n", to_text(unique(make_seq(args))).c_str());
       return unique(make_seq({}));
     }
     if (f == "length") {
@@ -222,8 +222,8 @@ struct session::impl {
     if (s.silent) return;
     if (!is_immediate(v) && type_of(v) == seq && seq_entries(v).empty()) return;
     shown += to_text(v);
-    std::fputs(shown.c_str(), stdout);
-    std::fputc('\n', stdout);
+    std::fputs(shown.c_str(), options.out);
+    std::fputc('\n', options.out);
   }
 
   void reclaim() {
@@ -267,13 +267,14 @@ bool session::run(const std::string& text, const std::string& source) {
     impl_->reclaim();
     if (!message.empty()) {
       ++errors_;
-      std::fflush(stdout);
-      std::fprintf(stderr, "%s\n", message.c_str());
-      std::fflush(stderr);
+      std::fflush(impl_->options.out);
+      std::fflush(stdout);  // the plug-in's lines
+      std::fprintf(impl_->options.err, "%s\n", message.c_str());
+      std::fflush(impl_->options.err);
       if (impl_->options.stop_on_error) return false;
     }
   }
-  std::fflush(stdout);
+  std::fflush(impl_->options.out);
   return true;
 }
 

@@ -8,6 +8,7 @@
 // while it lives (host_eval_string reaches it).
 #pragma once
 
+#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +20,8 @@ namespace minikelto::lang {
 
 struct session_options {
   bool stop_on_error = false;  // -e
+  std::FILE* out = stdout;     // values, print, time
+  std::FILE* err = stderr;     // errors
 };
 
 class session {

@@ -1,0 +1,30 @@
+# Runs one golden script and compares its output with the stored one.
+#   cmake -DKELTO=... -DPLUGIN=... -DSCRIPT=name.kel -DSCRIPTS=dir [-DEMULATOR=...] -P run_golden.cmake
+# Set UPDATE=1 in the environment to rewrite the expected output instead.
+execute_process(
+  COMMAND ${EMULATOR} ${KELTO} -q --plugin ${PLUGIN} ${SCRIPT}
+  WORKING_DIRECTORY ${SCRIPTS}
+  OUTPUT_VARIABLE output ERROR_VARIABLE output
+  RESULT_VARIABLE status)
+# Time figures differ from run to run.
+string(REGEX REPLACE "\n" ";" lines "${output}")
+set(masked "")
+string(REPLACE ";" "\\;" output_escaped "${output}")
+string(REGEX MATCHALL "[^\n]*\n|[^\n]+$" lines "${output}")
+foreach(line IN LISTS lines)
+  if(line MATCHES "^time:")
+    string(REGEX REPLACE "[0-9]+\\.[0-9][0-9][0-9]" "#.###" line "${line}")
+  endif()
+  string(APPEND masked "${line}")
+endforeach()
+string(REGEX REPLACE "\\.kel$" ".out" expected_file "${SCRIPTS}/${SCRIPT}")
+if(DEFINED ENV{UPDATE})
+  file(WRITE ${expected_file} "${masked}")
+  return()
+endif()
+file(READ ${expected_file} expected)
+if(NOT masked STREQUAL expected)
+  file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/${SCRIPT}.actual "${masked}")
+  execute_process(COMMAND diff -u ${expected_file} ${CMAKE_CURRENT_BINARY_DIR}/${SCRIPT}.actual)
+  message(FATAL_ERROR "${SCRIPT}: output differs from ${expected_file} (exit status ${status})")
+endif()
