@@ -1,5 +1,5 @@
-// The kelto lexer: a single pass that tracks nesting so that newlines inside
-// parentheses continue the statement.
+// The kelto lexer: a single pass; the parser decides which newlines end a
+// statement.
 #include "minikelto/lang/lexer.hpp"
 
 #include <cctype>
@@ -16,7 +16,6 @@ std::vector<token> tokenize(const std::string& text) {
   std::vector<token> out;
   location at;
   std::size_t i = 0;
-  int depth = 0;
   auto advance = [&](std::size_t n) {
     for (; n > 0 && i < text.size(); --n, ++i) {
       if (text[i] == '\n') {
@@ -47,7 +46,7 @@ std::vector<token> tokenize(const std::string& text) {
         simple(token_kind::bad, 1);
       }
     } else if (c == '\n') {
-      if (depth <= 0) out.push_back({token_kind::newline, at, "\n"});
+      out.push_back({token_kind::newline, at, "\n"});
       advance(1);
     } else if (c == ' ' || c == '\t' || c == '\r') {
       advance(1);
@@ -71,16 +70,14 @@ std::vector<token> tokenize(const std::string& text) {
         case '*': k = token_kind::star; break;
         case '/': k = token_kind::slash; break;
         case '^': k = token_kind::caret; break;
-        case '(': k = token_kind::lparen; ++depth; break;
-        case ')': k = token_kind::rparen; if (depth > 0) --depth; break;
-        case '[': k = token_kind::lbracket; ++depth; break;
-        case ']': k = token_kind::rbracket; if (depth > 0) --depth; break;
+        case '(': k = token_kind::lparen; break;
+        case ')': k = token_kind::rparen; break;
+        case '[': k = token_kind::lbracket; break;
+        case ']': k = token_kind::rbracket; break;
         case ',': k = token_kind::comma; break;
         case ';': k = token_kind::semicolon; break;
         default: break;
       }
-      // A ';' closes whatever was left open, so one bad line cannot swallow the rest.
-      if (k == token_kind::semicolon) depth = 0;
       simple(k, 1);
     }
   }

@@ -1,9 +1,9 @@
 // Tokens of the kelto language.
 //
-// The lexer turns a text into tokens with their line and column.  A newline
-// ends a statement only outside parentheses and brackets and when the line
-// does not end with a backslash; such newlines come out as `newline` tokens,
-// all others are skipped.  `#` comments run to the end of the line.
+// The lexer turns a text into tokens with their line and column.  Every
+// newline becomes a `newline` token except one after a trailing backslash
+// (the parser ignores newlines inside parentheses).  `#` comments run to the
+// end of the line.
 #pragma once
 
 #include <string>

@@ -11,6 +11,7 @@
 //              | '\'' NAME | '(' expr ')'
 //
 // '/' is parsed so that it can be refused with a message of its own.
+#include <algorithm>
 #include <stdexcept>
 
 #include "minikelto/lang/lexer.hpp"
@@ -60,22 +61,35 @@ class parser {
   std::vector<parsed> run() {
     std::vector<parsed> out;
     for (;;) {
-      while (at(token_kind::newline) || at(token_kind::semicolon)) ++pos_;
+      while (at(token_kind::newline) || at(token_kind::semicolon)) advance();
       if (at(token_kind::end)) break;
       try {
         out.push_back({true, parse_statement(), {}});
       } catch (const parse_failure& f) {
         out.push_back({false, {}, f.error});
-        while (!at(token_kind::newline) && !at(token_kind::end)) ++pos_;
+        // Resume after the line that failed, whatever was left open.
+        nesting_ = 0;
+        const std::int32_t line = f.error.where.line;
+        while (!at(token_kind::end) && peek().where.line <= line) ++pos_;
       }
     }
     return out;
   }
 
  private:
+  // Inside parentheses newlines are blanks.
+  std::size_t effective(std::size_t i) const {
+    if (nesting_ > 0)
+      while (i < toks_.size() && toks_[i].kind == token_kind::newline) ++i;
+    return std::min(i, toks_.size() - 1);
+  }
   const token& peek(std::size_t ahead = 0) const {
-    const std::size_t i = pos_ + ahead;
-    return i < toks_.size() ? toks_[i] : toks_.back();
+    std::size_t i = effective(pos_);
+    for (; ahead > 0; --ahead) i = effective(i + 1);
+    return toks_[i];
+  }
+  void advance(std::size_t n = 1) {
+    for (; n > 0; --n) pos_ = std::min(effective(pos_) + 1, toks_.size() - 1);
   }
   bool at(token_kind k) const { return peek().kind == k; }
 
@@ -88,7 +102,8 @@ class parser {
   }
   void expect(token_kind k, const char* what) {
     if (!at(k)) fail_here(std::string("expected ") + what);
-    ++pos_;
+    advance();
+    if (k == token_kind::rparen) --nesting_;
   }
 
   std::unique_ptr<node> make(node_kind k, location where, std::string text = {}) {
@@ -103,24 +118,25 @@ class parser {
     statement s;
     s.where = peek().where;
     depth_ = 0;
+    nesting_ = 0;
     if (at(token_kind::name) && peek(1).kind == token_kind::assign) {
       s.target = make(node_kind::name, peek().where, peek().text);
-      pos_ += 2;
+      advance(2);
       s.assigns = true;
     } else if (at(token_kind::name) && peek(1).kind == token_kind::lbracket &&
                peek(2).kind == token_kind::name && peek(3).kind == token_kind::rbracket &&
                peek(4).kind == token_kind::assign) {
       s.target = make(node_kind::indexed, peek().where, peek().text);
       s.target->index = peek(2).text;
-      pos_ += 5;
+      advance(5);
       s.assigns = true;
     }
     s.value = parse_expr();
     if (at(token_kind::semicolon)) {
       s.silent = true;
-      ++pos_;
+      advance();
     } else if (at(token_kind::newline)) {
-      ++pos_;
+      advance();
     } else if (!at(token_kind::end)) {
       if (at(token_kind::assign)) fail_here("only a name or infolevel[...] can be assigned");
       fail_here("expected an operator, ';' or end of line");
@@ -132,7 +148,7 @@ class parser {
     auto left = parse_sum();
     if (at(token_kind::equals)) {
       auto eq = make(node_kind::equation, peek().where);
-      ++pos_;
+      advance();
       eq->children.push_back(std::move(left));
       eq->children.push_back(parse_sum());
       if (at(token_kind::equals)) fail_here("an equation has one '='");
@@ -148,13 +164,13 @@ class parser {
     bool minus = false;
     if (at(token_kind::plus) || at(token_kind::minus)) {
       minus = at(token_kind::minus);
-      ++pos_;
+      advance();
     }
     operands.push_back(parse_product());
     negated.push_back(minus);
     while (at(token_kind::plus) || at(token_kind::minus)) {
       negated.push_back(at(token_kind::minus));
-      ++pos_;
+      advance();
       operands.push_back(parse_product());
     }
     if (operands.size() == 1 && !negated[0]) return std::move(operands[0]);
@@ -171,7 +187,7 @@ class parser {
     while (at(token_kind::star) || at(token_kind::slash)) {
       if (at(token_kind::slash))
         throw parse_failure{{peek().where, "'/' is not supported: the host has no rationals"}};
-      ++pos_;
+      advance();
       factors.push_back(parse_unary());
     }
     if (factors.size() == 1) return std::move(factors[0]);
@@ -183,7 +199,7 @@ class parser {
   std::unique_ptr<node> parse_unary() {
     if (at(token_kind::minus)) {
       auto n = make(node_kind::negate, peek().where);
-      ++pos_;
+      advance();
       nest();
       n->children.push_back(parse_unary());
       --depth_;
@@ -196,7 +212,7 @@ class parser {
     auto base = parse_primary();
     if (!at(token_kind::caret)) return base;
     auto p = make(node_kind::power, peek().where);
-    ++pos_;
+    advance();
     nest();
     p->children.push_back(std::move(base));
     p->children.push_back(parse_unary());
@@ -212,18 +228,19 @@ class parser {
     const token& t = peek();
     switch (t.kind) {
       case token_kind::integer: {
-        ++pos_;
+        advance();
         return make(node_kind::integer, t.where, t.text);
       }
       case token_kind::quote: {
-        ++pos_;
+        advance();
         if (!at(token_kind::name)) fail_here("expected a name after '''");
         auto n = make(node_kind::quoted, t.where, peek().text);
-        ++pos_;
+        advance();
         return n;
       }
       case token_kind::lparen: {
-        ++pos_;
+        ++nesting_;
+        advance();
         nest();
         auto inner = parse_expr();
         --depth_;
@@ -231,15 +248,16 @@ class parser {
         return inner;
       }
       case token_kind::name: {
-        ++pos_;
+        advance();
         if (at(token_kind::lparen)) {
           auto c = make(node_kind::call, t.where, t.text);
-          ++pos_;
+          ++nesting_;
+          advance();
           nest();
           if (!at(token_kind::rparen)) {
             c->children.push_back(parse_expr());
             while (at(token_kind::comma)) {
-              ++pos_;
+              advance();
               c->children.push_back(parse_expr());
             }
           }
@@ -249,10 +267,10 @@ class parser {
         }
         if (at(token_kind::lbracket)) {
           auto n = make(node_kind::indexed, t.where, t.text);
-          ++pos_;
+          advance();
           if (!at(token_kind::name)) fail_here("expected a name as index");
           n->index = peek().text;
-          ++pos_;
+          advance();
           expect(token_kind::rbracket, "']'");
           return n;
         }
@@ -266,6 +284,7 @@ class parser {
   std::vector<token> toks_;
   std::size_t pos_ = 0;
   int depth_ = 0;
+  int nesting_ = 0;  // open parentheses
 };
 
 }  // namespace
