@@ -1,0 +1,244 @@
+// mul_vorn, ads_vorn and scl_vorn at their edges: every message in the order
+// of checks, the short cuts that return an operand itself, the by-level lines
+// and the time line's phases, and clean exits on interrupts and on every
+// failed allocation.
+#include <string>
+#include <vector>
+
+#include "entry_test_util.hpp"
+#include "host/frame.hpp"
+#include "host/memory.hpp"
+
+namespace {
+
+using vorn::test::entry_test;
+
+class EntryChecks : public entry_test {
+ protected:
+  std::vector<word> xy;
+  word tdeg_xy = 0;
+  word A = 0;  // (1 + x + y)^3 mod 101
+  word B = 0;  // (1 - x + 2y)^2 mod 101
+  word empty = 0;
+
+  void SetUp() override {
+    entry_test::SetUp();
+    xy = variables(2);
+    tdeg_xy = ring("tdeg", xy);
+    A = import(dense_power(xy, 3), tdeg_xy, 4, 101);
+    B = import(minikelto::expand(minikelto::power(
+                   minikelto::add(minikelto::add(integer(1), minikelto::negate(xy[0])),
+                                  minikelto::multiply(integer(2), xy[1])),
+                   integer(2))),
+               tdeg_xy, 4, 101);
+    empty = import(integer(0), tdeg_xy, 4, 101);
+  }
+
+  // A container with a big coefficient (characteristic 0).
+  word with_big_block() {
+    return call_ok("kelto2vorn", {minikelto::add(xy[0], integer("1208925819614629174706176")), tdeg_xy,
+                                  option("pack", 4)});
+  }
+
+  word p(std::int32_t v) { return integer(v); }
+
+  // Every clock read advances 1 ms, so the phases of a time line show which
+  // reads bound them.
+  static std::int32_t ticking_cpu() {
+    static std::int32_t now = 0;
+    return now += 1000;
+  }
+  static vorn::wall_time still_wall() { return {0, 0}; }
+};
+
+TEST_F(EntryChecks, ProductMessagesInTheirOrder) {
+  const word other_ring = import(dense_power(xy, 2), ring("plex", xy), 4, 101);
+  const word other_pack = import(dense_power(xy, 2), tdeg_xy, 2, 101);
+  EXPECT_EQ(call_error("mul_vorn", {p(101), A}), "expecting a modulus and two polynomials");
+  EXPECT_EQ(call_error("mul_vorn", {xy[0], A, B}), "first argument should be an immediate integer modulus");
+  EXPECT_EQ(call_error("mul_vorn", {p(101), A, xy[0]}), "expecting a polynomial");
+  EXPECT_EQ(call_error("mul_vorn", {p(101), A, other_ring}), "the polynomials are not in the same ring");
+  EXPECT_EQ(call_error("mul_vorn", {p(101), A, other_pack}), "the polynomials are packed differently");
+  const word big = with_big_block();
+  EXPECT_EQ(call_error("mul_vorn", {p(101), A, big}), "inputs must be reduced mod p");
+  EXPECT_EQ(call_error("mul_vorn", {p(0), A, big}), "only mod p computations are supported");
+  EXPECT_EQ(call_error("mul_vorn", {p(-101), A, B}), "negative modulus");
+  const word high = import(minikelto::expand(minikelto::power(xy[0], integer(100))), tdeg_xy, 4, 101);
+  EXPECT_EQ(call_error("mul_vorn", {p(101), high, high}), "exponent overflow");
+  // An operand without terms is the result, whatever p is, checks first.
+  EXPECT_EQ(call_ok("mul_vorn", {p(0), empty, big}), empty);
+  EXPECT_EQ(call_ok("mul_vorn", {p(-3), A, empty}), empty);
+  EXPECT_EQ(call_error("mul_vorn", {p(7), empty, big}), "inputs must be reduced mod p");
+}
+
+TEST_F(EntryChecks, SumMessagesAndShortCuts) {
+  const word other_ring = import(dense_power(xy, 2), ring("plex", xy), 4, 101);
+  EXPECT_EQ(call_error("ads_vorn", {p(101), integer(0), A}), "expecting a modulus, flag, and two polynomials");
+  EXPECT_EQ(call_error("ads_vorn", {integer("99999999999"), integer(0), A, B}),
+            "first argument should be an immediate integer modulus");
+  EXPECT_EQ(call_error("ads_vorn", {p(101), xy[0], A, B}),
+            "second argument should be an immediate integer, 0=add, 1=subtract");
+  EXPECT_EQ(call_error("ads_vorn", {p(101), integer(0), integer(3), B}), "expecting a polynomial");
+  EXPECT_EQ(call_error("ads_vorn", {p(101), integer(0), A, other_ring}), "the polynomials are not in the same ring");
+  EXPECT_EQ(call_error("ads_vorn", {p(101), integer(0), A, import(integer(1), tdeg_xy, 8, 101)}),
+            "the polynomials are packed differently");
+  const word big = with_big_block();
+  EXPECT_EQ(call_error("ads_vorn", {p(101), integer(1), big, A}), "inputs must be reduced mod p");
+  EXPECT_EQ(call_error("ads_vorn", {p(0), integer(1), big, A}), "only mod p computations are supported");
+  EXPECT_EQ(call_error("ads_vorn", {p(-101), integer(1), A, B}), "negative modulus");
+
+  EXPECT_EQ(call_ok("ads_vorn", {p(0), integer(0), empty, big}), big);
+  EXPECT_EQ(call_ok("ads_vorn", {p(0), integer(5), big, empty}), big);
+  // 0 − B is no short cut: it is −B, reduced, in a new container.
+  const word minus_B = call_ok("ads_vorn", {p(101), integer(-2), empty, B});
+  EXPECT_NE(minus_B, B);
+  expect_same_terms(minus_B, call_ok("scl_vorn", {p(101), integer(-1), integer(1), B}), 101);
+  EXPECT_EQ(term_count(call_ok("ads_vorn", {p(101), integer(0), minus_B, B})), 0);
+  EXPECT_EQ(term_count(call_ok("ads_vorn", {p(101), integer(7), A, A})), 0);
+  EXPECT_EQ(term_count(call_ok("ads_vorn", {p(2), integer(0), A, A})), 0);
+}
+
+TEST_F(EntryChecks, ScalingMessagesAndFactors) {
+  const word big = with_big_block();
+  const word f = A;
+  EXPECT_EQ(call_error("scl_vorn", {p(101), integer(1), f}),
+            "expecting a modulus, multiplier, denominator, and a polynomial");
+  EXPECT_EQ(call_error("scl_vorn", {xy[0], integer(1), integer(1), f}),
+            "first argument should be an immediate integer modulus");
+  EXPECT_EQ(call_error("scl_vorn", {p(101), xy[0], integer(1), f}), "second argument should be an integer numerator");
+  EXPECT_EQ(call_error("scl_vorn", {p(101), integer(1), empty, f}), "third argument should be an integer denominator");
+  // The immediate 0 is refused before f is looked at.
+  EXPECT_EQ(call_error("scl_vorn", {p(101), integer(1), integer(0), xy[0]}), "division by zero");
+  EXPECT_EQ(call_error("scl_vorn", {p(101), integer(1), integer(1), xy[0]}), "expecting a polynomial");
+  EXPECT_EQ(call_error("scl_vorn", {p(101), integer(1), integer(2), big}), "inputs must be reduced mod p");
+  EXPECT_EQ(call_error("scl_vorn", {p(0), integer(1), integer(2), big}), "only mod p computations are supported");
+  EXPECT_EQ(call_error("scl_vorn", {p(-101), integer(1), integer(2), f}), "negative modulus");
+  EXPECT_EQ(call_error("scl_vorn", {p(101), integer(1), integer(202), f}), "division by zero");
+  EXPECT_EQ(call_error("scl_vorn", {p(101), integer(1), integer("-10100000000000000000000"), f}), "division by zero");
+  // Over a composite modulus only a denominator prime to it has an inverse.
+  const word f15 = import(dense_power(xy, 3), tdeg_xy, 4, 15);
+  EXPECT_EQ(call_error("scl_vorn", {p(15), integer(1), integer(6), f15}), "division by zero");
+  EXPECT_TRUE(call("scl_vorn", {p(15), integer(1), integer(7), f15}).ok);
+  // f without terms is f, even for p = 0.
+  EXPECT_EQ(call_ok("scl_vorn", {p(0), integer("123456789012345678901"), integer(3), empty}), empty);
+
+  // Factor 1 copies, factor 0 and multiples of p leave nothing.
+  expect_same_terms(call_ok("scl_vorn", {p(101), integer(5), integer(106), f}), f, 101);
+  EXPECT_EQ(term_count(call_ok("scl_vorn", {p(101), integer(0), integer(3), f})), 0);
+  EXPECT_EQ(term_count(call_ok("scl_vorn", {p(101), integer(-303), integer(3), f})), 0);
+  // Big numerators and denominators act as their residues.
+  // 10^20 = 1 mod 101.
+  const word by_residues = call_ok("scl_vorn", {p(101), integer(-1), integer(3), f});
+  const word by_big = call_ok("scl_vorn", {p(101), integer("-100000000000000000000"), integer("300000000000000000000"), f});
+  expect_same_terms(by_big, by_residues, 101);
+  // -1/1 negates: f + (−f) vanishes.
+  const word negated = call_ok("scl_vorn", {p(101), integer(-1), integer(1), f});
+  EXPECT_EQ(term_count(call_ok("ads_vorn", {p(101), integer(0), f, negated})), 0);
+}
+
+TEST_F(EntryChecks, ScalingShrinksWhenTermsVanish) {
+  // Of the coefficients 1, 3, 3, 3, 6, 3, 1, 3, 3, 1 of (1+x+y)^3 only the
+  // three prime to 3 survive mod 3; the container keeps its place and shrinks.
+  const word f = import(dense_power(xy, 3), tdeg_xy, 4, 1000003);
+  const word R = call_ok("scl_vorn", {p(3), integer(1), integer(2), f});
+  EXPECT_EQ(term_count(R), 3);
+  EXPECT_EQ(vorn::host_array_length(vorn::container_slot(R, 4)), 3 * 3);
+  const vorn::container_fault fault = vorn::check_container(cbt(), R, {3, true});
+  EXPECT_TRUE(fault.ok()) << fault.problem;
+}
+
+TEST_F(EntryChecks, DiagnosticsByLevel) {
+  vorn::set_clock_source({ticking_cpu, still_wall});
+  set_info_level(1);
+  call_ok("mul_vorn", {p(101), A, B});
+  call_ok("ads_vorn", {p(101), integer(0), A, B});
+  EXPECT_EQ(output(), "");
+  // Four clock reads: start, before the modulus test, after the kernel, end.
+  set_info_level(2);
+  call_ok("mul_vorn", {p(101), A, B});
+  call_ok("scl_vorn", {p(101), integer(2), integer(3), A});
+  const std::string line = "time: 0.003 sec   alg: 0.001 sec   io: 0.002 sec   real: 0.000 sec   ";
+  const std::string got = output();
+  EXPECT_EQ(got.substr(0, line.size()), line) << got;
+  EXPECT_EQ(got.substr(got.find('\n') + 1, line.size()), line) << got;
+  // Short cuts print nothing.
+  call_ok("mul_vorn", {p(101), empty, B});
+  call_ok("ads_vorn", {p(101), integer(0), A, empty});
+  call_ok("scl_vorn", {p(101), integer(2), integer(3), empty});
+  EXPECT_EQ(output(), "");
+  vorn::set_clock_source({});
+
+  // Level 4: one line per block; 10 · 6 products fit one block.
+  set_info_level(4);
+  call_ok("mul_vorn", {p(101), A, B});
+  EXPECT_EQ(output().substr(0, 16), "alloc 60 terms\nt");
+  call_ok("ads_vorn", {p(101), integer(1), A, B});
+  EXPECT_EQ(output().substr(0, 16), "alloc 16 terms\nt");
+}
+
+TEST_F(EntryChecks, BlockGrowthOfLongResults) {
+  const std::vector<word> v = variables(3);
+  const word r = ring("plex", v);
+  const word f = import(dense_power(v, 12), r, 4, 32003);  // 455 terms
+  set_info_level(4);
+  call_ok("mul_vorn", {p(32003), f, f});
+  // 455^2 products: 1024 first, then grown by the products of the last term.
+  const std::string mul_lines = output();
+  EXPECT_EQ(mul_lines.substr(0, 18), "alloc 1024 terms\na") << mul_lines;
+  // The sum of two disjoint runs: 1024, 1280 while both last, then the tail
+  // in one block of exactly the terms left.
+  std::vector<std::pair<entry_test::exponents, word>> odd, even;
+  for (std::int32_t k = 2999; k >= 0; --k)
+    if (k % 2 == 0) even.push_back({{k, 0, 0}, integer(k + 1)});
+    else if (k < 2000) odd.push_back({{k, 0, 0}, integer(k + 1)});
+  const word a = import(polynomial(v, odd), r, 2, 32003);
+  const word b = import(polynomial(v, even), r, 2, 32003);
+  output();
+  const word s = call_ok("ads_vorn", {p(32003), integer(0), a, b});
+  EXPECT_EQ(term_count(s), 2500);
+  const std::string expected = "alloc 1024 terms\nalloc 1280 terms\nalloc 196 terms\ntime";
+  EXPECT_EQ(output().substr(0, expected.size()), expected);
+}
+
+TEST_F(EntryChecks, InterruptsLeaveNoMemory) {
+  const std::vector<word> v5 = variables(5);
+  const word f = import(dense_power(v5, 6), ring("tdeg", v5), 4, 32003);  // 462 terms, 6188 in f^2
+  for (std::int64_t poll : {1, 2, 4}) {
+    interrupt_from_poll(poll);
+    EXPECT_EQ(call_error("mul_vorn", {p(32003), f, f}), "Interrupted");
+    EXPECT_EQ(polls(), poll);
+  }
+  interrupt_from_poll(0);
+  const word g = call_ok("mul_vorn", {p(32003), f, f});
+  interrupt_from_poll(1);
+  EXPECT_EQ(call_error("ads_vorn", {p(32003), integer(1), g, f}), "Interrupted");
+  // One block holds a short merge: nothing to poll.
+  EXPECT_TRUE(call("ads_vorn", {p(32003), integer(1), A, B}).ok);
+  interrupt_from_poll(0);
+}
+
+TEST_F(EntryChecks, EveryFailedAllocationRaisesOutOfMemory) {
+  const std::vector<word> v = variables(3);
+  const word r = ring("tdeg", v);
+  const word f = import(dense_power(v, 8), r, 2, 32003);
+  const word g = call_ok("mul_vorn", {p(32003), f, f});
+  struct entry_call {
+    const char* entry;
+    std::vector<word> args;
+  };
+  const std::vector<entry_call> calls = {{"mul_vorn", {p(32003), f, f}},
+                                         {"ads_vorn", {p(32003), integer(1), g, f}},
+                                         {"scl_vorn", {p(32003), integer(3), integer(7), g}}};
+  for (const entry_call& c : calls) {
+    for (std::int64_t n = 1;; ++n) {
+      vorn::gateway_fail_at(n);
+      const minikelto::call_result res = minikelto::call_entry(linked_plugin(), c.entry, c.args);
+      vorn::gateway_fail_at(0);
+      if (res.ok) break;
+      ASSERT_EQ(res.error, "out of memory") << c.entry << ", allocation " << n;
+      ASSERT_LT(n, 100) << c.entry;
+    }
+  }
+}
+
+}  // namespace

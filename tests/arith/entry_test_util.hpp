@@ -1,0 +1,129 @@
+// What the entry tests share: host polynomials built from exponent vectors,
+// containers made by kelto2vorn, the comparison of a result with an oracle
+// container, and (native builds with FLINT) the same polynomials in FLINT.
+#pragma once
+
+#include <gmp.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "minikelto/expand.hpp"
+#include "minikelto/polynomial.hpp"
+#include "poly/container.hpp"
+#include "poly/container_check.hpp"
+#include "poly/pack.hpp"
+#include "support/host_fixture.hpp"
+
+#if defined(VORN_HAVE_FLINT)
+#include <flint/nmod_mpoly.h>
+#endif
+
+namespace vorn::test {
+
+class entry_test : public host_test {
+ protected:
+  using exponents = std::vector<std::int32_t>;
+
+  std::vector<word> variables(int n) {
+    std::vector<word> v;
+    for (int i = 0; i < n; ++i) {
+      std::string text = std::to_string(i);
+      text.insert(text.begin(), 'v');
+      v.push_back(name(text));
+    }
+    return v;
+  }
+
+  word ring(const char* order, const std::vector<word>& vars) {
+    return minikelto::unique(minikelto::make_funcall(name(order), vars));
+  }
+
+  // The canonical host polynomial of distinct monomials and coefficients.
+  word polynomial(const std::vector<word>& vars, const std::vector<std::pair<exponents, word>>& terms) {
+    std::vector<minikelto::expanded_term> t;
+    for (const auto& [e, c] : terms) {
+      std::vector<std::pair<word, std::int32_t>> powers;
+      for (std::size_t i = 0; i < e.size(); ++i)
+        if (e[i] > 0) powers.emplace_back(vars[i], e[i]);
+      t.push_back({minikelto::make_monomial(powers), c});
+    }
+    return minikelto::make_polynomial(t);
+  }
+
+  // (1 + v0 + ... + v(n-1))^d, expanded by the host.
+  word dense_power(const std::vector<word>& vars, std::int32_t d) {
+    word s = integer(1);
+    for (word v : vars) s = minikelto::add(s, v);
+    return minikelto::expand(minikelto::power(s, integer(d)));
+  }
+
+  word import(word f, word order_argument, std::int32_t pack, std::int32_t p) {
+    return call_ok("kelto2vorn", {f, order_argument, option("pack", pack), option("characteristic", p)});
+  }
+
+  std::int32_t term_count(word container) { return read_container(cbt(), container).count; }
+
+  static std::int32_t reduced(std::int32_t v, std::int32_t p) { return ((v % p) + p) % p; }
+
+  // R, an entry's mod-p result, holds the terms of O (an import, whose
+  // coefficients keep their sign) with every coefficient reduced.
+  void expect_same_terms(word R, word O, std::int32_t p) {
+    const container_fault fault = check_container(cbt(), R, {p, true});
+    ASSERT_TRUE(fault.ok()) << fault.problem << " (term " << fault.term << ")";
+    const term_block r = read_container(cbt(), R);
+    const term_block o = read_container(cbt(), O);
+    ASSERT_EQ(r.count, o.count);
+    const int msize = layout_msize(r.layout);
+    ASSERT_EQ(msize, layout_msize(o.layout));
+    for (std::int32_t t = 0; t < r.count; ++t) {
+      const word* a = r.terms + static_cast<std::ptrdiff_t>(t) * (msize + 1);
+      const word* b = o.terms + static_cast<std::ptrdiff_t>(t) * (msize + 1);
+      for (int q = 0; q < msize; ++q) ASSERT_EQ(a[q], b[q]) << "monomial of term " << t;
+      ASSERT_EQ(immediate_value(a[msize]), reduced(immediate_value(b[msize]), p)) << "coefficient of term " << t;
+    }
+  }
+};
+
+#if defined(VORN_HAVE_FLINT)
+// FLINT's polynomials over the same variables, for the second oracle.
+struct flint_context {
+  nmod_mpoly_ctx_t ctx;
+  flint_context(int n, std::int32_t p) { nmod_mpoly_ctx_init(ctx, n, ORD_LEX, static_cast<mp_limb_t>(p)); }
+  ~flint_context() { nmod_mpoly_ctx_clear(ctx); }
+  flint_context(const flint_context&) = delete;
+  flint_context& operator=(const flint_context&) = delete;
+};
+
+struct flint_poly {
+  nmod_mpoly_t a;
+  const flint_context& c;
+  explicit flint_poly(const flint_context& context) : c(context) { nmod_mpoly_init(a, c.ctx); }
+  ~flint_poly() { nmod_mpoly_clear(a, c.ctx); }
+  flint_poly(const flint_poly&) = delete;
+  flint_poly& operator=(const flint_poly&) = delete;
+};
+
+// The terms of a view, unpacked, as a FLINT polynomial mod p.
+inline void to_flint(flint_poly& F, const term_block& view, monomial_order order, int n, std::int32_t p) {
+  const int msize = layout_msize(view.layout);
+  const int shift = layout_shift(view.layout);
+  const unpack_routine unpack = unpack_routine_of(order);
+  std::vector<std::uint32_t> e(static_cast<std::size_t>(n));
+  std::vector<ulong> ue(static_cast<std::size_t>(n));
+  nmod_mpoly_zero(F.a, F.c.ctx);
+  for (std::int32_t t = 0; t < view.count; ++t) {
+    const word* term = view.terms + static_cast<std::ptrdiff_t>(t) * (msize + 1);
+    unpack(term, e.data(), n, shift);
+    for (int i = 0; i < n; ++i) ue[static_cast<std::size_t>(i)] = e[static_cast<std::size_t>(i)];
+    const std::int32_t v = immediate_value(term[msize]);
+    nmod_mpoly_push_term_ui_ui(F.a, static_cast<ulong>(((v % p) + p) % p), ue.data(), F.c.ctx);
+  }
+  nmod_mpoly_sort_terms(F.a, F.c.ctx);
+  nmod_mpoly_combine_like_terms(F.a, F.c.ctx);
+}
+#endif
+
+}  // namespace vorn::test
