@@ -1,0 +1,398 @@
+// Exact division: (Q·B)/B gives Q back in every order and width, wherever the
+// quotient heap switches to the divisor heap; Q·B + R is refused; sums of
+// thousands of products near p^2 stay exact; the entry's messages come in
+// their order; interrupts and failed allocations leave no memory behind.  On
+// 64-bit builds FLINT answers the same divisions.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "arith/arith_util.hpp"
+#include "arith/heap_divide.hpp"
+#include "arith/mul.hpp"
+#include "host/error.hpp"
+#include "host/frame.hpp"
+#include "poly/container.hpp"
+#include "support/host_fixture.hpp"
+
+#ifdef VORN_HAVE_FLINT
+#include <flint/nmod_mpoly.h>
+#endif
+
+namespace vorn {
+namespace {
+
+using namespace vorn::test;
+
+constexpr std::int32_t big_prime = 1073741789;
+
+using term_map = std::map<exponents, std::int64_t>;
+
+term_map as_map(const std::vector<test_term>& terms) {
+  term_map out;
+  for (const test_term& t : terms) out[t.e] = t.c;
+  return out;
+}
+
+test_poly from_terms(const std::vector<test_term>& terms, const ring_case& rc) {
+  test_poly f;
+  f.terms = terms;
+  std::sort(f.terms.begin(), f.terms.end(), [&](const test_term& a, const test_term& b) {
+    return reference_compare(rc.order, a.e, b.e) > 0;
+  });
+  pack_terms(f, rc);
+  return f;
+}
+
+// Q·B mod p; the terms are unpacked only when asked (large products stay packed).
+test_poly times(const test_poly& Q, const test_poly& B, const ring_case& rc, std::int32_t p, bool unpack = true) {
+  const std::vector<word> layout = make_test_layout(rc);
+  vector_sink out{layout_msize(layout.data()), {}, {}};
+  tracked_list scratch;
+  multiply_terms(Q.run(), B.run(), shape_of(layout.data()), p, scratch, out);
+  test_poly f;
+  f.packed = out.terms();
+  if (unpack) f.terms = unpack_terms(f.packed, rc);
+  return f;
+}
+
+// f + g mod p, from the exponents.
+test_poly plus(const test_poly& f, const test_poly& g, const ring_case& rc, std::int32_t p) {
+  term_map sum = as_map(f.terms);
+  for (const test_term& t : g.terms) sum[t.e] = (sum[t.e] + t.c) % p;
+  std::vector<test_term> terms;
+  for (const auto& [e, c] : sum)
+    if (c != 0) terms.push_back({e, static_cast<std::int32_t>(c)});
+  return from_terms(terms, rc);
+}
+
+// Terms that B cannot divide: none of them is divisible by B's leading
+// monomial.  None when that monomial is 1.
+test_poly remainder_for(std::mt19937& rng, const test_poly& B, const ring_case& rc, std::size_t count,
+                        std::int32_t p) {
+  const test_poly R = random_poly(rng, rc, count, 6, 1, p - 1);
+  std::vector<test_term> kept;
+  for (const test_term& t : R.terms)
+    for (std::size_t i = 0; i < t.e.size(); ++i)
+      if (t.e[i] < B.terms[0].e[i]) {
+        kept.push_back(t);
+        break;
+      }
+  return from_terms(kept, rc);
+}
+
+class Division : public host_test {
+ protected:
+  // The kernel's answer: the quotient's terms, or none.
+  std::optional<std::vector<test_term>> divide(const test_poly& A, const test_poly& B, const ring_case& rc,
+                                               std::int32_t p, std::int32_t first_block = 0) {
+    std::vector<word> layout = make_test_layout(rc);
+    const auto stride = static_cast<std::ptrdiff_t>(layout_msize(layout.data()) + 1);
+    const term_block a{const_cast<word*>(A.packed.data()), layout.data(),
+                       static_cast<std::int32_t>(static_cast<std::ptrdiff_t>(A.packed.size()) / stride), nullptr};
+    const term_block b{const_cast<word*>(B.packed.data()), layout.data(),
+                       static_cast<std::int32_t>(static_cast<std::ptrdiff_t>(B.packed.size()) / stride), nullptr};
+    tracked_list scratch;
+    term_block_list quotient;
+    if (!heap_divide(cbt(), scratch, p, a, b, quotient, {first_block})) {
+      EXPECT_EQ(quotient.first, nullptr);
+      return std::nullopt;
+    }
+    std::vector<word> packed;
+    for (const term_block* block = quotient.first; block != nullptr; block = block->next)
+      packed.insert(packed.end(), block->terms, block->terms + block->count * stride);
+    return unpack_terms(packed, rc);
+  }
+
+  // The kernel's message for a division that must raise.
+  std::string divide_error(const test_poly& A, const test_poly& B, const ring_case& rc, std::int32_t p) {
+    try {
+      divide(A, B, rc, p);
+    } catch (const error& e) {
+      return e.message;
+    }
+    return "";
+  }
+
+  void expect_quotient(const test_poly& A, const test_poly& B, const test_poly& Q, const ring_case& rc,
+                       std::int32_t p, std::int32_t first_block = 0) {
+    const auto q = divide(A, B, rc, p, first_block);
+    ASSERT_TRUE(q.has_value()) << "first block " << first_block;
+    ASSERT_EQ(q->size(), Q.terms.size()) << "first block " << first_block;
+    for (std::size_t i = 0; i < q->size(); ++i) {
+      ASSERT_EQ((*q)[i].e, Q.terms[i].e) << "term " << i << ", first block " << first_block;
+      ASSERT_EQ((*q)[i].c, Q.terms[i].c) << "term " << i << ", first block " << first_block;
+    }
+  }
+};
+
+TEST_F(Division, SmallCases) {
+  const ring_case rc{monomial_order::plex, 3, 4};
+  std::mt19937 rng(7);
+  const test_poly B = from_terms({{{1, 2, 0}, 3}}, rc);
+  const test_poly Q = random_poly(rng, rc, 60, 20, 1, 100);
+  // One-term divisor: no stream ever enters the heap.
+  expect_quotient(times(Q, B, rc, 101), B, Q, rc, 101);
+  EXPECT_FALSE(divide(plus(times(Q, B, rc, 101), from_terms({{{0, 0, 1}, 5}}, rc), rc, 101), B, rc, 101));
+  // A = B: the one quotient stream cancels all the rest.
+  const test_poly F = random_poly(rng, rc, 200, 20, 1, 100);
+  expect_quotient(F, F, from_terms({{{0, 0, 0}, 1}}, rc), rc, 101);
+  // A leading monomial that B's does not divide ends the first pass.
+  EXPECT_FALSE(divide(from_terms({{{0, 5, 0}, 1}, {{0, 0, 0}, 1}}, rc), B, rc, 101));
+  // Unreduced and negative coefficients; the leading one must be a unit.
+  const test_poly N = from_terms({{{1, 0, 0}, -205}, {{0, 1, 0}, 1000}}, rc);
+  EXPECT_TRUE(divide(times(Q, N, rc, 101), N, rc, 101));
+  EXPECT_EQ(divide_error(F, from_terms({{{1, 0, 0}, 202}, {{0, 0, 0}, 1}}, rc), rc, 101), "division by zero");
+  // A quotient term whose products would overflow a field.
+  const ring_case narrow{monomial_order::plex, 2, 4};
+  EXPECT_EQ(divide_error(from_terms({{{1, 30}, 1}}, narrow), from_terms({{{1, 0}, 1}, {{0, 100}, 1}}, narrow),
+                         narrow, 101),
+            "exponent overflow");
+}
+
+// Divisors longer and shorter than a first block, the switch early, late and
+// never: one quotient.
+TEST_F(Division, SwitchPlacementDoesNotChangeTheQuotient) {
+  const ring_case rc{monomial_order::grlex, 4, 4};
+  struct sizes {
+    std::size_t b, q;
+  };
+  const sizes cases[] = {small_tests ? sizes{1030, 900} : sizes{1500, 5000}, {300, small_tests ? 1500u : 3000u}};
+  std::mt19937 rng(11);
+  for (const sizes& s : cases) {
+    const test_poly B = random_poly(rng, rc, s.b, 20, 1, 32002);
+    const test_poly Q = random_poly(rng, rc, s.q, 25, 1, 32002);
+    const test_poly A = times(Q, B, rc, 32003);
+    info_level = 5;  // the kernel reads the level an entry would have refreshed
+    expect_quotient(A, B, Q, rc, 32003);
+    const std::string lines = output();
+    EXPECT_NE(lines.find("switch!"), std::string::npos);
+    if (s.b <= 1024) {
+      EXPECT_EQ(lines.find("alloc 300 terms\n"), 0u);
+      EXPECT_NE(lines.find("dn=299 terms, heap=599\n"), std::string::npos) << lines;
+    }
+    info_level = 0;
+    const auto never = static_cast<std::int32_t>(Q.terms.size()) + 1;
+    for (std::int32_t first : {1, 2, 37, 1024, never}) expect_quotient(A, B, Q, rc, 32003, first);
+  }
+}
+
+TEST_F(Division, ExactSumsNearP) {
+  const ring_case rc{monomial_order::plex, 1, 1};
+  const std::uint32_t n = small_tests ? 1000 : 4000;
+  std::vector<test_term> q, b;
+  for (std::uint32_t i = 0; i < n; ++i) {
+    q.push_back({{i}, big_prime - 1});
+    b.push_back({{i}, i % 2 == 0 ? big_prime - 1 : -(big_prime - 1)});
+  }
+  const test_poly Q = from_terms(q, rc);
+  const test_poly B = from_terms(b, rc);
+  expect_quotient(times(Q, B, rc, big_prime), B, from_terms(q, rc), rc, big_prime);
+}
+
+#ifdef VORN_HAVE_FLINT
+// FLINT's answer for A / B, as exponents and residues.
+std::optional<term_map> flint_divides(const test_poly& A, const test_poly& B, int n, std::int32_t p) {
+  nmod_mpoly_ctx_t ctx;
+  nmod_mpoly_ctx_init(ctx, static_cast<slong>(n), ORD_LEX, static_cast<mp_limb_t>(p));
+  nmod_mpoly_t a, b, q;
+  nmod_mpoly_init(a, ctx);
+  nmod_mpoly_init(b, ctx);
+  nmod_mpoly_init(q, ctx);
+  std::vector<ulong> e(static_cast<std::size_t>(n));
+  auto load = [&](nmod_mpoly_t f, const test_poly& g) {
+    for (const test_term& t : g.terms) {
+      std::copy(t.e.begin(), t.e.end(), e.begin());
+      nmod_mpoly_push_term_ui_ui(f, static_cast<ulong>(((t.c % p) + p) % p), e.data(), ctx);
+    }
+    nmod_mpoly_sort_terms(f, ctx);
+    nmod_mpoly_combine_like_terms(f, ctx);
+  };
+  load(a, A);
+  load(b, B);
+  std::optional<term_map> out;
+  if (nmod_mpoly_divides(q, a, b, ctx)) {
+    out.emplace();
+    for (slong i = 0; i < nmod_mpoly_length(q, ctx); ++i) {
+      nmod_mpoly_get_term_exp_ui(e.data(), q, i, ctx);
+      (*out)[exponents(e.begin(), e.end())] = static_cast<std::int64_t>(nmod_mpoly_get_term_coeff_ui(q, i, ctx));
+    }
+  }
+  nmod_mpoly_clear(q, ctx);
+  nmod_mpoly_clear(b, ctx);
+  nmod_mpoly_clear(a, ctx);
+  nmod_mpoly_ctx_clear(ctx);
+  return out;
+}
+#endif
+
+// Random Q and B in every order and width: (Q·B)/B = Q, (Q·B + R)/B refused.
+TEST_F(Division, RandomProductsDivideBack) {
+  const ring_case rings[] = {{monomial_order::plex, 4, 4}, {monomial_order::grlex, 3, 4},
+                             {monomial_order::tdeg, 4, 4}, {monomial_order::tdeg, 5, 3},
+                             {monomial_order::plex, 3, 1}, {monomial_order::grlex, 6, 2}};
+  const std::int32_t primes[] = {2, 32003, big_prime};
+  const std::size_t sizes[] = {1, 8, 120, small_tests ? 700u : 4000u};
+  std::mt19937 rng(2024);
+  std::uniform_int_distribution<std::int32_t> first_block(0, 40);
+  int iteration = 0;
+  for (const ring_case& rc : rings)
+    for (std::int32_t p : primes)
+      for (std::size_t nq : sizes) {
+        ++iteration;
+        const std::size_t nb = sizes[(static_cast<std::size_t>(iteration) * 7) % 4];
+        const std::uint32_t degree = nq > 1000 || nb > 1000 ? 12 : 8;  // dense at the small end
+        const test_poly Q = random_poly(rng, rc, nq, degree, 1, p - 1);
+        const test_poly B = random_poly(rng, rc, nb, degree, 1, p - 1);
+        const test_poly A = times(Q, B, rc, p);
+        const test_poly R = remainder_for(rng, B, rc, 5, p);
+        const test_poly AR = plus(A, R, rc, p);
+        SCOPED_TRACE("iteration " + std::to_string(iteration) + ", p " + std::to_string(p));
+        const std::int32_t first = first_block(rng);
+        expect_quotient(A, B, Q, rc, p, first);
+        if (!R.terms.empty()) {
+          EXPECT_FALSE(divide(AR, B, rc, p, first));
+        }
+#ifdef VORN_HAVE_FLINT
+        EXPECT_EQ(flint_divides(A, B, rc.n, p), as_map(Q.terms));
+        if (!R.terms.empty()) {
+          EXPECT_FALSE(flint_divides(AR, B, rc.n, p));
+        }
+#endif
+      }
+}
+
+// The benchmark divisions, full size.
+TEST_F(Division, BenchmarkQuotients) {
+#ifndef NDEBUG
+  GTEST_SKIP() << "native Release only";
+#endif
+  if (small_tests) GTEST_SKIP() << "native Release only";
+  auto power = [&](const test_poly& f, int k, const ring_case& rc) {
+    test_poly r = f;
+    for (int i = 1; i < k; ++i) r = times(r, f, rc, big_prime);
+    return r;
+  };
+  const ring_case dense{monomial_order::tdeg, 4, 4};
+  const test_poly f = power(
+      from_terms({{{0, 0, 0, 0}, 1}, {{1, 0, 0, 0}, 1}, {{0, 1, 0, 0}, 1}, {{0, 0, 1, 0}, 1}, {{0, 0, 0, 1}, 1}},
+                 dense),
+      20, dense);
+  const test_poly g = plus(f, from_terms({{{0, 0, 0, 0}, 1}}, dense), dense, big_prime);
+  expect_quotient(times(f, g, dense, big_prime, false), f, g, dense, big_prime);
+
+  const ring_case sparse{monomial_order::tdeg, 5, 4};
+  const test_poly u = power(from_terms({{{0, 0, 0, 0, 0}, 1}, {{1, 0, 0, 0, 0}, 1}, {{0, 1, 0, 0, 0}, 1},
+                                        {{0, 0, 2, 0, 0}, 2}, {{0, 0, 0, 3, 0}, 3}, {{0, 0, 0, 0, 5}, 5}},
+                                       sparse),
+                            12, sparse);
+  const test_poly v = power(from_terms({{{0, 0, 0, 0, 0}, 1}, {{0, 0, 0, 0, 1}, 1}, {{0, 0, 0, 1, 0}, 1},
+                                        {{0, 0, 2, 0, 0}, 2}, {{0, 3, 0, 0, 0}, 3}, {{5, 0, 0, 0, 0}, 5}},
+                                       sparse),
+                            12, sparse);
+  expect_quotient(times(u, v, sparse, big_prime, false), u, v, sparse, big_prime);
+}
+
+// ---- The entry ----
+
+class DivisionEntry : public Division {
+ protected:
+  const ring_case rc{monomial_order::tdeg, 3, 4};
+  std::vector<word> layout = make_test_layout(rc);
+
+  word ring() { return funcall("tdeg", {name("x"), name("y"), name("z")}); }
+  word container(const test_poly& f, word r, const std::vector<word>& with_layout) {
+    const word c = new_container(cbt(), r, static_cast<std::int32_t>(f.terms.size()), with_layout.data());
+    std::copy(f.packed.begin(), f.packed.end(), read_container(cbt(), c).terms);
+    return unique(c);
+  }
+  word container(const test_poly& f) { return container(f, ring(), layout); }
+};
+
+TEST_F(DivisionEntry, MessagesInTheirOrder) {
+  std::mt19937 rng(5);
+  const test_poly F = random_poly(rng, rc, 30, 6, 1, 100);
+  const word A = container(F);
+  const word zero = container(test_poly{});
+  const word p = integer(101);
+  std::vector<word> wide = make_test_layout({monomial_order::tdeg, 3, 2});
+  word big = new_container(cbt(), ring(), 0, layout.data());
+  set_container_big_block(big, minikelto::make_array(1));
+  big = unique(big);
+
+  EXPECT_EQ(call_error("div_vorn", {p, A}), "expecting a modulus and at least two polynomials");
+  EXPECT_EQ(call_error("div_vorn", {integer(std::int64_t{1} << 40), A, zero}),
+            "first argument should be an immediate integer modulus");
+  EXPECT_EQ(call_error("div_vorn", {p, A, name("x")}), "expecting a polynomial");
+  EXPECT_EQ(call_error("div_vorn", {p, container(F, funcall("tdeg", {name("x"), name("y")}), layout), zero}),
+            "the polynomials are not in the same ring");
+  EXPECT_EQ(call_error("div_vorn", {p, container(F, ring(), wide), zero}), "the polynomials are packed differently");
+  EXPECT_EQ(call_error("div_vorn", {integer(0), A, zero}), "division by zero");
+  EXPECT_EQ(call_error("div_vorn", {p, big, A}), "inputs must be reduced mod p");
+  EXPECT_EQ(call_error("div_vorn", {integer(0), A, A}), "only mod p computations are supported");
+  EXPECT_EQ(call_error("div_vorn", {integer(-101), A, A}), "negative modulus");
+  EXPECT_EQ(call_error("div_vorn", {integer(7), A, container(from_terms({{{1, 0, 0}, 14}}, rc))}),
+            "division by zero");
+  // A zero dividend answers true before p is looked at.
+  EXPECT_EQ(call_ok("div_vorn", {integer(0), big, A}), minikelto::true_value());
+  EXPECT_EQ(call_ok("div_vorn", {integer(-101), zero, A}), minikelto::true_value());
+}
+
+TEST_F(DivisionEntry, OutputNames) {
+  std::mt19937 rng(9);
+  const test_poly Q = random_poly(rng, rc, 40, 6, 1, 100);
+  const test_poly B = random_poly(rng, rc, 20, 6, 1, 100);
+  const word A = container(times(Q, B, rc, 101));
+  const word b = container(B);
+  const word one = name("one");
+  const word q = name("q");
+
+  EXPECT_EQ(call_ok("div_vorn", {integer(101), A, b, one, q}), minikelto::true_value());
+  EXPECT_EQ(minikelto::value_of(one), integer(1));
+  const term_block view = read_container(cbt(), *minikelto::value_of(q));
+  EXPECT_EQ(std::vector<word>(view.terms, view.terms + Q.packed.size()), Q.packed);
+  EXPECT_EQ(view.count, static_cast<std::int32_t>(Q.terms.size()));
+
+  // Arguments that are not names are ignored; so are arguments after the fifth.
+  EXPECT_EQ(call_ok("div_vorn", {integer(101), A, b, integer(3), integer(4), q}), minikelto::true_value());
+  // False assigns nothing; a zero dividend goes to the fourth name only.
+  const word r = name("r");
+  const word s = name("s");
+  EXPECT_EQ(call_ok("div_vorn", {integer(101), container(plus(times(Q, B, rc, 101), from_terms({{{0, 0, 0}, 1}}, rc),
+                                                                rc, 101)),
+                                 b, r, s}),
+            minikelto::false_value());
+  EXPECT_FALSE(minikelto::value_of(r));
+  const word zero = container(test_poly{});
+  EXPECT_EQ(call_ok("div_vorn", {integer(101), zero, b, r, s}), minikelto::true_value());
+  EXPECT_EQ(minikelto::value_of(r), zero);
+  EXPECT_FALSE(minikelto::value_of(s));
+}
+
+TEST_F(DivisionEntry, InterruptAndFailedAllocationLeaveNoMemory) {
+  std::mt19937 rng(3);
+  const test_poly Q = random_poly(rng, rc, 600, 12, 1, 100);
+  const test_poly B = random_poly(rng, rc, 50, 12, 1, 100);
+  const word A = container(times(Q, B, rc, 101));
+  const word b = container(B);
+  const std::int64_t live = gateway_state().live_blocks;
+
+  interrupt_from_poll(1);
+  EXPECT_EQ(call_error("div_vorn", {integer(101), A, b, name("one"), name("q")}), "Interrupted");
+  EXPECT_EQ(gateway_state().live_blocks, live);
+  interrupt_from_poll(0);
+
+  for (std::int64_t n = 1;; ++n) {
+    gateway_fail_at(n);
+    const minikelto::call_result r = call("div_vorn", {integer(101), A, b, name("one"), name("q")});
+    gateway_fail_at(0);
+    ASSERT_EQ(gateway_state().live_blocks, live) << "allocation " << n;
+    if (r.ok) break;
+    ASSERT_EQ(r.error, "out of memory") << "allocation " << n;
+  }
+}
+
+}  // namespace
+}  // namespace vorn
