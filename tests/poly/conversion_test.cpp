@@ -271,7 +271,7 @@ TEST_F(RoundTrip, ImportExportAndRepackAgreeWithExpand) {
     // Into another order, with the variables shuffled and one more, any pack that fits.
     std::vector<word> shuffled(variables);
     std::shuffle(shuffled.begin(), shuffled.end(), rng);
-    shuffled.insert(shuffled.begin() + uniform(0, static_cast<std::int64_t>(n)), name("extra"));
+    shuffled.insert(shuffled.begin() + static_cast<std::ptrdiff_t>(uniform(0, static_cast<std::int64_t>(n))), name("extra"));
     const word new_ring = minikelto::unique(minikelto::make_funcall(name(orders[uniform(0, 2)]), shuffled));
     const std::int32_t q = p == 0 ? primes[uniform(0, 5)] : 0;
     const word B = call_ok("repackvorn", {A, new_ring, option("pack", fitting_pack(f.max_degree)), option("characteristic", q)});
