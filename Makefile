@@ -7,7 +7,7 @@ JOBS ?= $(shell nproc)
 BUILDS := build/release build/asan build/i386
 CMAKE_FLAGS ?=
 
-.PHONY: all bootstrap configure build test test-release test-asan test-i386 demo install clean
+.PHONY: all bootstrap configure build test test-release test-asan test-i386 demo install bench clean
 PREFIX ?= /usr/local
 
 all: build
@@ -46,6 +46,11 @@ test: bootstrap
 demo: bootstrap build/release/CMakeCache.txt
 	cmake --build build/release -j $(JOBS)
 	build/release/bin/kelto examples/tour.kel
+
+bench: bootstrap
+	cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DVORN_BUILD_BENCH=ON $(CMAKE_FLAGS)
+	cmake --build build/release -j $(JOBS) --target vorn-bench
+	build/release/bin/vorn-bench $(BENCH_FLAGS)
 
 install: bootstrap build/release/CMakeCache.txt
 	cmake --build build/release -j $(JOBS)
