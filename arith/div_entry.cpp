@@ -9,6 +9,7 @@
 #include "arith/div_entry.hpp"
 
 #include "arith/heap_divide.hpp"
+#include "arith/operands.hpp"
 #include "host/error.hpp"
 #include "host/frame.hpp"
 #include "poly/container.hpp"
@@ -17,11 +18,6 @@
 namespace vorn {
 
 namespace {
-
-term_block read_operand(const callback_table& cbt, word h) {
-  if (!is_container(cbt, h)) fail("expecting a polynomial");
-  return read_container(cbt, h);
-}
 
 // Argument i (from 1) when it exists and is a NAME or NAMEREF, else 0.
 word output_name(word args, std::int32_t i) noexcept {
@@ -72,8 +68,7 @@ word divide_entry(const callback_table& cbt, word args) {
   }
 
   t.phase_begin = cpu_clock();
-  if (p == 0) fail("only mod p computations are supported");
-  if (p < 0) fail("negative modulus");
+  check_modulus(p);
   const bool divides = divide(cbt, args, p, A, B, t);
   t.stop();
   report_time(cbt, time_kind::arithmetic, t);
