@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -48,6 +49,9 @@ void usage(std::FILE* to) {
       "  -q             no banner\n"
       "  --plugin PATH  the plug-in to load (default: ../lib/libvorn.so next to kelto,\n"
       "                 then " KELTO_INSTALL_PLUGIN ")\n"
+      "  --interrupt-after N\n"
+      "                 in every statement, answer the plug-in's N-th interrupt poll\n"
+      "                 (and every later one) as if Ctrl-C had been pressed\n"
       "  -h, --help     this text\n"
       "  --version      the version\n",
       to);
@@ -155,6 +159,15 @@ int main(int argc, char** argv) {
         return 2;
       }
       plugin_path = argv[++i];
+    } else if (a == "--interrupt-after") {
+      char* end = nullptr;
+      const long long n = i + 1 < argc ? std::strtoll(argv[i + 1], &end, 10) : 0;
+      if (i + 1 >= argc || end == argv[i + 1] || *end != '\0' || n < 1) {
+        std::fputs("kelto: --interrupt-after needs a positive count\n", stderr);
+        return 2;
+      }
+      options.interrupt_after_polls = n;
+      ++i;
     } else if (a == "-h" || a == "--help") {
       usage(stdout);
       return 0;

@@ -258,6 +258,7 @@ bool session::run(const std::string& text, const std::string& source) {
                 ": " + p.error.message;
     } else {
       try {
+        if (impl_->options.interrupt_after_polls > 0) interrupt_from_poll(impl_->options.interrupt_after_polls);
         impl_->execute(p.stmt);
       } catch (const failure& f) {
         message = f.message;

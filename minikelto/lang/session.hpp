@@ -8,6 +8,7 @@
 // while it lives (host_eval_string reaches it).
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -22,6 +23,10 @@ struct session_options {
   bool stop_on_error = false;  // -e
   std::FILE* out = stdout;     // values, print, time
   std::FILE* err = stderr;     // errors
+  // --interrupt-after N: in every statement the host's interrupt poll answers
+  // non-zero from the N-th poll on, as if the user pressed Ctrl-C there
+  // (0: never).  Lets a script show an entry being interrupted.
+  std::int64_t interrupt_after_polls = 0;
 };
 
 class session {
