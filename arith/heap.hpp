@@ -7,11 +7,16 @@
 // heap_pop_equal joins them.  The heap never allocates: the caller sizes the
 // entry array (one slot per stream that can be in the heap at once).
 //
-// Keys: with one word per monomial, the word itself, compared as a signed
-// 32-bit integer (the guard bit 31 is clear in every valid monomial).  With
-// more words, the address of the stream's key buffer, compared word by word
-// like compare_monomials.  The heap relies on guard bits being clear; it does
-// not check them.
+// Keys, by the key order the heap is built on:
+//  - key_order<1>: the one monomial word, compared as a signed 32-bit integer
+//    (the guard bit 31 is clear in every valid monomial);
+//  - wide_key_order: two monomial words held as one 64-bit integer, word 0
+//    above word 1, word 1 complemented in its 31 bits for tdeg (where the
+//    smaller word wins), so that one unsigned comparison gives the order of
+//    compare_monomials;
+//  - key_order<M> otherwise: the address of the stream's key buffer, compared
+//    word by word like compare_monomials.
+// The heap relies on guard bits being clear; it does not check them.
 //
 // Msize is the words per monomial fixed at compile time (1, 2, 3, ...), or 0
 // for a count read from the layout.
@@ -42,26 +47,33 @@ struct heap_key<1> {
 template <int Msize>
 using heap_key_t = typename heap_key<Msize>::type;
 
-template <int Msize>
-struct heap_entry {
-  heap_key_t<Msize> key;
+template <class Key>
+struct basic_heap_entry {
+  Key key;
   term_stream* chain;  // first stream with this key; the rest follow through next
 };
+
+template <int Msize>
+using heap_entry = basic_heap_entry<heap_key_t<Msize>>;
 
 // The order of keys: the layout's words per monomial and whether words after
 // the first compare reversed (tdeg).
 template <int Msize>
 struct key_order {
+  using key_type = heap_key_t<Msize>;
+  static constexpr bool integer_keys = Msize == 1;
+  static constexpr bool copies_key = true;
+
   int msize;
   bool tdeg;
 
-  bool less(heap_key_t<Msize> a, heap_key_t<Msize> b) const noexcept {
+  bool less(key_type a, key_type b) const noexcept {
     if constexpr (Msize == 1)
       return a < b;
     else
       return compare_monomials<Msize>(a, b, msize, tdeg) < 0;
   }
-  bool equal(heap_key_t<Msize> a, heap_key_t<Msize> b) const noexcept {
+  bool equal(key_type a, key_type b) const noexcept {
     if constexpr (Msize == 1)
       return a == b;
     else
@@ -69,7 +81,7 @@ struct key_order {
   }
   // Writes the monomial of a key; key buffers are rewritten as streams
   // advance, so a popped monomial must be copied out.
-  void copy(word* dest, heap_key_t<Msize> k) const noexcept {
+  void copy(word* dest, key_type k) const noexcept {
     if constexpr (Msize == 1) {
       dest[0] = static_cast<word>(k);
     } else {
@@ -77,23 +89,100 @@ struct key_order {
       for (int i = 0; i < m; ++i) dest[i] = k[i];
     }
   }
+  // The key of the product of two monomials, formed in buffer (msize words)
+  // when keys are buffer addresses.
+  key_type product_key(const word* a, const word* b, word* buffer) const noexcept {
+    if constexpr (Msize == 1) {
+      (void)buffer;
+      return static_cast<std::int32_t>(a[0] + b[0]);
+    } else {
+      monomial_add<Msize>(buffer, a, b, msize);
+      return buffer;
+    }
+  }
+};
+
+// Monomials keyed by their first two words as one integer: the top 32 bits
+// hold word 0, the low 32 bits word 1, exclusive-or'd with 2^31 - 1 for tdeg.
+// Both words are below 2^31, so the complement stays in 31 bits and the
+// integers order as compare_monomials orders the first two words.  With two
+// words per monomial that is the whole order, and a key gives back its
+// monomial.  With three (tdeg only), the caller guarantees that words 0 and 1
+// decide (see tdeg_decided_by_two_words); the popped monomial is then written
+// by the caller from a stream of the root, not from the key.
+template <int Msize>
+struct wide_key_order {
+  using key_type = std::uint64_t;
+  static constexpr bool integer_keys = true;
+  static constexpr bool copies_key = Msize == 2;
+
+  int msize;
+  bool tdeg;
+  word flip = tdeg ? 0x7fffffffu : 0u;
+
+  bool less(key_type a, key_type b) const noexcept { return a < b; }
+  bool equal(key_type a, key_type b) const noexcept { return a == b; }
+  key_type key_of(word w0, word w1) const noexcept {
+    return (static_cast<std::uint64_t>(w0) << 32) | (w1 ^ flip);
+  }
+  key_type key_of(const word* m) const noexcept { return key_of(m[0], m[1]); }
+  void copy(word* dest, key_type k) const noexcept {
+    if constexpr (copies_key) {
+      dest[0] = static_cast<word>(k >> 32);
+      dest[1] = static_cast<word>(k) ^ flip;
+    }
+  }
+  key_type product_key(const word* a, const word* b, word*) const noexcept {
+    return key_of(a[0] + b[0], a[1] + b[1]);
+  }
+};
+
+// True when, for tdeg monomials of three words, words 0 and 1 decide the
+// order of any two products of terms whose field maxima (over both
+// operands) are maxima_a and maxima_b: word 0 starts with the total degree,
+// word 1 holds the last exponents, and when at most one field of word 2 is
+// non-zero anywhere, that field is the degree less the fields of word 1, so
+// equal words 0 and 1 mean equal monomials.
+inline bool tdeg_decided_by_two_words(word maxima_a2, word maxima_b2, int shift) noexcept {
+  const word used = maxima_a2 | maxima_b2;
+  const word mask = shift >= 32 ? ~word{0} : (word{1} << shift) - 1;
+  int fields = 0;
+  for (int position = 32 - shift; position >= 0; position -= shift)
+    if (((used >> position) & mask) != 0) ++fields;
+  return fields <= 1;
+}
+
+// The order the kernels use for Msize words per monomial.
+template <int Msize>
+struct kernel_key_order {
+  using type = key_order<Msize>;
+};
+template <>
+struct kernel_key_order<2> {
+  using type = wide_key_order<2>;
+};
+template <int Msize>
+using kernel_key_order_t = typename kernel_key_order<Msize>::type;
+
+template <class Order>
+struct basic_term_heap {
+  basic_heap_entry<typename Order::key_type>* entries;  // caller's array
+  std::int32_t n;                                        // occupied slots
+  Order order;
 };
 
 template <int Msize>
-struct term_heap {
-  heap_entry<Msize>* entries;  // caller's array
-  std::int32_t n;              // occupied slots
-  key_order<Msize> order;
-};
+using term_heap = basic_term_heap<key_order<Msize>>;
 
 // Places stream s under key: on the slot of an equal key met at the root or
 // on the way up from the new leaf, otherwise in a new slot with the path
 // above it moved down one level.  The array needs room for n + 1 slots.
-template <int Msize>
-inline void heap_insert(term_heap<Msize>& h, heap_key_t<Msize> key, term_stream* s) noexcept {
-  heap_entry<Msize>* e = h.entries;
-  const key_order<Msize>& order = h.order;
-  if (h.n == 0) {
+template <class Order>
+inline void heap_insert(basic_term_heap<Order>& h, typename Order::key_type key, term_stream* s) noexcept {
+  auto* const e = h.entries;
+  const Order& order = h.order;
+  const std::int32_t leaf = h.n + 1;
+  if (leaf == 1) {
     e[0] = {key, s};
     s->next = nullptr;
     h.n = 1;
@@ -104,7 +193,6 @@ inline void heap_insert(term_heap<Msize>& h, heap_key_t<Msize> key, term_stream*
     e[0].chain = s;
     return;
   }
-  const std::int32_t leaf = h.n + 1;
   std::int32_t t = leaf;  // highest slot whose key is smaller than key
   std::int32_t i = leaf / 2;
   while (i >= 1 && order.less(e[i - 1].key, key)) {
@@ -122,21 +210,21 @@ inline void heap_insert(term_heap<Msize>& h, heap_key_t<Msize> key, term_stream*
   h.n = leaf;
 }
 
-// Removes slot 1 (n >= 1).  One-word keys sift the last entry down and stop
-// early; longer keys, whose comparisons cost more, walk the larger children
+// Removes slot 1 (n >= 1).  Integer keys sift the last entry down and stop
+// early; buffer keys, whose comparisons cost more, walk the larger children
 // to the bottom with one comparison per level and sift the last entry up,
 // which is usually short.  The child comparison may read slot n, the entry
 // being moved, which is still in place.
-template <int Msize>
-inline void heap_remove_root(term_heap<Msize>& h) noexcept {
-  heap_entry<Msize>* e = h.entries;
-  const key_order<Msize>& order = h.order;
+template <class Order>
+inline void heap_remove_root(basic_term_heap<Order>& h) noexcept {
+  auto* const e = h.entries;
+  const Order& order = h.order;
   const std::int32_t n = h.n;
-  const heap_entry<Msize> last = e[n - 1];
+  const auto last = e[n - 1];
   std::int32_t hole = 1;
   if (n > 2) {
     std::int32_t j = 2;
-    if constexpr (Msize == 1) {
+    if constexpr (Order::integer_keys) {
       for (;;) {
         const std::int32_t c = order.less(e[j - 1].key, e[j].key) ? j + 1 : j;
         if (!order.less(last.key, e[c - 1].key)) break;
@@ -163,14 +251,15 @@ inline void heap_remove_root(term_heap<Msize>& h) noexcept {
   h.n = n - 1;
 }
 
-// Copies the largest monomial into m (msize words) and removes every stream
+// Copies the largest monomial into m (msize words; left to the caller when
+// the order's keys do not hold whole monomials) and removes every stream
 // whose key equals it and that successive root removals reach, returning them
 // as one list through next: slot by slot in the order of removal, each slot's
 // chain in its own order.  visit(stream) is called for each, in that order,
 // while the list is built.  Requires n >= 1.
-template <int Msize, class Visit>
-inline term_stream* heap_pop_equal(term_heap<Msize>& h, word* m, Visit&& visit) noexcept {
-  const heap_key_t<Msize> root_key = h.entries[0].key;
+template <class Order, class Visit>
+inline term_stream* heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& visit) noexcept {
+  const auto root_key = h.entries[0].key;
   h.order.copy(m, root_key);
   term_stream* const first = h.entries[0].chain;
   term_stream* s = first;
@@ -182,10 +271,10 @@ inline term_stream* heap_pop_equal(term_heap<Msize>& h, word* m, Visit&& visit) 
     }
     heap_remove_root(h);
     if (h.n == 0) break;
-    if constexpr (Msize == 1) {
-      if (h.entries[0].key != static_cast<std::int32_t>(m[0])) break;
+    if constexpr (Order::integer_keys) {
+      if (h.entries[0].key != root_key) break;
     } else {
-      if (!monomials_equal<Msize>(h.entries[0].key, m, h.order.msize)) break;
+      if (!h.order.equal(h.entries[0].key, m)) break;
     }
     s = h.entries[0].chain;
     last->next = s;
@@ -193,8 +282,8 @@ inline term_stream* heap_pop_equal(term_heap<Msize>& h, word* m, Visit&& visit) 
   return first;
 }
 
-template <int Msize>
-inline term_stream* heap_pop_equal(term_heap<Msize>& h, word* m) noexcept {
+template <class Order>
+inline term_stream* heap_pop_equal(basic_term_heap<Order>& h, word* m) noexcept {
   return heap_pop_equal(h, m, [](term_stream*) noexcept {});
 }
 

@@ -28,6 +28,7 @@
 #include "arith/heap.hpp"
 #include "arith/kernel.hpp"
 #include "arith/mod_inverse.hpp"
+#include "arith/mul.hpp"
 #include "host/error.hpp"
 #include "host/frame.hpp"
 #include "poly/monomial.hpp"
@@ -65,17 +66,18 @@ inline bool advance(div_stream* s, std::ptrdiff_t stride) noexcept {
 }
 
 // The heap array is only ever replaced by a larger one, n entries copied.
-template <int Msize>
-void regrow_heap(gateway_array<heap_entry<Msize>>& array, term_heap<Msize>& heap, std::int32_t capacity) {
-  auto* larger = static_cast<heap_entry<Msize>*>(
-      gateway_take(static_cast<std::size_t>(capacity), sizeof(heap_entry<Msize>)));
+template <class Order>
+void regrow_heap(gateway_array<basic_heap_entry<typename Order::key_type>>& array, basic_term_heap<Order>& heap,
+                 std::int32_t capacity) {
+  using entry = basic_heap_entry<typename Order::key_type>;
+  auto* larger = static_cast<entry*>(gateway_take(static_cast<std::size_t>(capacity), sizeof(entry)));
   std::copy_n(array.data, heap.n, larger);
   gateway_free(array.data);
   array.data = larger;
   heap.entries = larger;
 }
 
-template <int Msize>
+template <int Msize, class Order>
 bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t p, const term_block& A,
                  const term_block& B, term_block_list& quotient, std::int32_t first_block) {
   const int m = Msize > 0 ? Msize : layout_msize(A.layout);
@@ -100,15 +102,16 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   auto* const current_monomial = static_cast<word*>(scratch.take(m_words, sizeof(word)));
 
   const std::int32_t cap0 = first_block > 0 ? first_block : std::min<std::int32_t>(nB, 1024);
-  gateway_array<heap_entry<Msize>> heap_array;
-  heap_array.data =
-      static_cast<heap_entry<Msize>*>(gateway_take(static_cast<std::size_t>(cap0), sizeof(heap_entry<Msize>)));
+  using order_type = Order;
+  using entry = basic_heap_entry<typename order_type::key_type>;
+  gateway_array<entry> heap_array;
+  heap_array.data = static_cast<entry*>(gateway_take(static_cast<std::size_t>(cap0), sizeof(entry)));
   std::int32_t H = cap0;
-  term_heap<Msize> heap{heap_array.data, 0, {m, layout_is_tdeg(A.layout)}};
+  basic_term_heap<order_type> heap{heap_array.data, 0, {m, layout_is_tdeg(A.layout)}};
 
   auto make_streams = [&](std::int32_t count) {
     word* keys = nullptr;
-    if constexpr (Msize != 1)
+    if constexpr (!order_type::integer_keys)
       keys = static_cast<word*>(scratch.take(checked_bytes(static_cast<std::size_t>(count), m_words), sizeof(word)));
     auto* s = static_cast<div_stream*>(scratch.take(static_cast<std::size_t>(count), sizeof(div_stream)));
     for (std::int32_t i = 0; i < count; ++i) s[i].key = keys != nullptr ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
@@ -138,14 +141,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   start_quotient_streams(streams, current, cap0);
   bool switched = false;
 
-  auto insert = [&](div_stream* s) {
-    if constexpr (Msize == 1) {
-      heap_insert(heap, static_cast<std::int32_t>(s->multiplier[0] + s->cursor[0]), s);
-    } else {
-      monomial_add<Msize>(s->key, s->multiplier, s->cursor, m);
-      heap_insert(heap, static_cast<const word*>(s->key), s);
-    }
-  };
+  auto insert = [&](div_stream* s) { heap_insert(heap, heap.order.product_key(s->multiplier, s->cursor, s->key), s); };
 
   acc96 acc;
   const word* a = A.terms;  // A[iA]
@@ -163,7 +159,10 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       order = static_cast<std::int32_t>(a[0]) > heap.entries[0].key    ? 1
               : static_cast<std::int32_t>(a[0]) == heap.entries[0].key ? 0
                                                                         : -1;
-    else
+    else if constexpr (order_type::integer_keys) {
+      const auto ka = heap.order.key_of(a);
+      order = ka > heap.entries[0].key ? 1 : ka == heap.entries[0].key ? 0 : -1;
+    } else
       order = compare_monomials<Msize>(a, heap.entries[0].key, m, heap.order.tdeg);
 
     const word* monomial = a;
@@ -180,6 +179,10 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
         acc_sub_product(acc, coefficient_value(s->multiplier[m]), coefficient_value(s->cursor[m]));
         ++k;
       });
+      if constexpr (!order_type::copies_key) {
+        const auto* first = static_cast<const div_stream*>(popped);
+        monomial_add<Msize>(current_monomial, first->multiplier, first->cursor, m);
+      }
       monomial = current_monomial;
       while (popped != nullptr) {
         auto* s = static_cast<div_stream*>(popped);
@@ -279,8 +282,11 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
 bool heap_divide(const callback_table& cbt, tracked_list& scratch, std::int32_t p, term_block A, term_block B,
                  term_block_list& quotient, division_options options) {
   if (B.count == 0) return false;
+  if (two_word_keys_decide({A.terms, A.count}, {B.terms, B.count}, shape_of(A.layout)))
+    return divide_heap<3, wide_key_order<3>>(cbt, scratch, p, A, B, quotient, options.first_block);
   return with_msize(layout_msize(A.layout), [&](auto M) {
-    return divide_heap<decltype(M)::value>(cbt, scratch, p, A, B, quotient, options.first_block);
+    constexpr int msize = decltype(M)::value;
+    return divide_heap<msize, kernel_key_order_t<msize>>(cbt, scratch, p, A, B, quotient, options.first_block);
   });
 }
 

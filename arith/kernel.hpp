@@ -34,12 +34,13 @@ struct term_run {
 };
 
 struct monomial_shape {
-  int msize;  // monomial words per term
-  bool tdeg;  // words after the first compare reversed
+  int msize;      // monomial words per term
+  bool tdeg;      // words after the first compare reversed
+  int shift = 0;  // field width; 0 when unknown
 };
 
 inline monomial_shape shape_of(const word* layout) noexcept {
-  return {layout_msize(layout), layout_is_tdeg(layout)};
+  return {layout_msize(layout), layout_is_tdeg(layout), layout_msize(layout) > 0 ? layout_shift(layout) : 0};
 }
 
 // Calls f(std::integral_constant<int, M>{}) with M = msize for 1, 2 and 3,

@@ -60,7 +60,7 @@ bool strictly_decreasing(term_run R, monomial_shape shape) noexcept {
 // so the passes, their counts and the blocks are those of the plain order.
 // Repeated monomials can make equal products wait into a later pass, so such
 // operands take the plain order.
-template <int Msize, class Sink>
+template <int Msize, class Order, class Sink>
 void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch,
               Sink& out) {
   const int m = Msize > 0 ? Msize : shape.msize;
@@ -70,13 +70,14 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   const word* const b_first = B.terms;
   const word* const b_end = B.terms + nB * stride;
 
-  gateway_array<heap_entry<Msize>> heap_array;
-  heap_array.data =
-      static_cast<heap_entry<Msize>*>(gateway_take(static_cast<std::size_t>(nA), sizeof(heap_entry<Msize>)));
+  using order_type = Order;
+  using entry = basic_heap_entry<typename order_type::key_type>;
+  gateway_array<entry> heap_array;
+  heap_array.data = static_cast<entry*>(gateway_take(static_cast<std::size_t>(nA), sizeof(entry)));
   auto* const streams =
       static_cast<mul_stream*>(scratch.take(static_cast<std::size_t>(nA), sizeof(mul_stream)));
   word* keys = nullptr;
-  if constexpr (Msize != 1)
+  if constexpr (!order_type::integer_keys)
     keys = static_cast<word*>(
         scratch.take(static_cast<std::size_t>(nA) * static_cast<std::size_t>(m), sizeof(word)));
   const bool delayed = strictly_decreasing<Msize>(A, shape) && strictly_decreasing<Msize>(B, shape);
@@ -87,7 +88,7 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   popped* queue =
       delayed ? static_cast<popped*>(scratch.take(static_cast<std::size_t>(nA), sizeof(popped))) : nullptr;
 
-  term_heap<Msize> heap{heap_array.data, 0, {m, shape.tdeg}};
+  basic_term_heap<order_type> heap{heap_array.data, 0, {m, shape.tdeg}};
 
   std::int64_t remaining = static_cast<std::int64_t>(nA) * nB;
   std::int32_t capacity = first_block_terms(remaining);
@@ -97,20 +98,13 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   for (std::int32_t i = 0; i < nA; ++i) {
     streams[i].next = nullptr;
     streams[i].multiplier = A.terms + i * stride;
-    streams[i].key = Msize != 1 ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
+    streams[i].key = keys != nullptr ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
     streams[i].state = 1;
   }
   mul_stream* const last_stream = streams + (nA - 1);
 
   // The stream's product with the term at its cursor enters the heap.
-  auto insert = [&](mul_stream* s) {
-    if constexpr (Msize == 1) {
-      heap_insert(heap, static_cast<std::int32_t>(s->multiplier[0] + s->cursor[0]), s);
-    } else {
-      monomial_add<Msize>(s->key, s->multiplier, s->cursor, m);
-      heap_insert(heap, static_cast<const word*>(s->key), s);
-    }
-  };
+  auto insert = [&](mul_stream* s) { heap_insert(heap, heap.order.product_key(s->multiplier, s->cursor, s->key), s); };
   auto insert_at = [&](mul_stream* s, std::int32_t j) {
     s->cursor = b_first + j * stride;
     s->state = 2 * (j + 1);
@@ -125,6 +119,8 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
     std::int32_t k = 0;
     term_stream* taken = heap_pop_equal(heap, w, [&](term_stream* t) {
       auto* s = static_cast<mul_stream*>(t);
+      if constexpr (!order_type::copies_key)
+        if (k == 0) monomial_add<Msize>(w, s->multiplier, s->cursor, m);
       acc_add_product(acc, coefficient_value(s->multiplier[m]), coefficient_value(s->cursor[m]));
       if (delayed) {
         queue[k] = {s, (s->state >> 1) - 1};
@@ -173,11 +169,27 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   out.finish(written);
 }
 
-// mul_heap dispatched on the words per monomial.
+// True when tdeg monomials of three words are ordered by their first two
+// words in every product of A and B (see tdeg_decided_by_two_words).
+inline bool two_word_keys_decide(term_run A, term_run B, monomial_shape shape) noexcept {
+  if (shape.msize != 3 || !shape.tdeg || shape.shift <= 0) return false;
+  word used_a = 0;
+  word used_b = 0;
+  for (std::int32_t t = 0; t < A.count; ++t) used_a |= A.terms[static_cast<std::ptrdiff_t>(t) * 4 + 2];
+  for (std::int32_t t = 0; t < B.count; ++t) used_b |= B.terms[static_cast<std::ptrdiff_t>(t) * 4 + 2];
+  return tdeg_decided_by_two_words(used_a, used_b, shape.shift);
+}
+
+// mul_heap dispatched on the words per monomial, with keys of one integer
+// where the words allow it.
 template <class Sink>
 void multiply_terms(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch,
                     Sink& out) {
-  with_msize(shape.msize, [&](auto M) { mul_heap<decltype(M)::value>(A, B, shape, p, scratch, out); });
+  if (two_word_keys_decide(A, B, shape)) return mul_heap<3, wide_key_order<3>>(A, B, shape, p, scratch, out);
+  with_msize(shape.msize, [&](auto M) {
+    constexpr int msize = decltype(M)::value;
+    mul_heap<msize, kernel_key_order_t<msize>>(A, B, shape, p, scratch, out);
+  });
 }
 
 // Raises "exponent overflow" when some field of a product of a term of A and
