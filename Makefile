@@ -3,11 +3,13 @@
 #   make demo    bootstrap, build, run the tour through kelto
 #   make test    bootstrap, build all three, run every suite in each
 #   make bench   vorn-bench against FLINT (native Release)
+#   make fuzz    the libFuzzer harnesses (clang), FUZZ_TIME seconds each
+#   make memcheck  the unit suites under valgrind memcheck (native, no sanitizers)
 JOBS ?= $(shell nproc)
 BUILDS := build/release build/asan build/i386
 CMAKE_FLAGS ?=
 
-.PHONY: all bootstrap configure build test test-release test-asan test-i386 demo install bench clean
+.PHONY: all bootstrap configure build test test-release test-asan test-i386 demo install bench clean fuzz memcheck
 PREFIX ?= /usr/local
 
 all: build
@@ -55,6 +57,44 @@ bench: bootstrap
 install: bootstrap build/release/CMakeCache.txt
 	cmake --build build/release -j $(JOBS)
 	cmake --install build/release --prefix $(PREFIX)
+
+# Fuzzing: a clang build with libFuzzer, ASan and UBSan.  New inputs go to
+# build/fuzz/corpus/HARNESS; the repository's corpus seeds each run (merge the
+# finds back with -merge=1 to keep it small).
+FUZZ_TIME ?= 60
+FUZZ_HARNESSES := import_fuzz entries_fuzz kelto_fuzz
+# Warnings only clang raises (its -Wconversion includes sign conversions)
+# stay warnings in the fuzz build.
+FUZZ_CLANG_ONLY := -Wno-error=sign-conversion
+build/fuzz/CMakeCache.txt:
+	CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=Debug -DVORN_SANITIZE=ON -DVORN_FUZZ=ON \
+	  "-DCMAKE_CXX_FLAGS=-O1 -fsanitize=fuzzer-no-link $(FUZZ_CLANG_ONLY)" "-DCMAKE_C_FLAGS=-O1" $(CMAKE_FLAGS)
+fuzz: bootstrap build/fuzz/CMakeCache.txt
+	cmake --build build/fuzz -j $(JOBS) --target $(FUZZ_HARNESSES)
+	@for h in $(FUZZ_HARNESSES); do \
+	  mkdir -p build/fuzz/corpus/$$h; \
+	  echo "fuzz: $$h for $(FUZZ_TIME) s"; \
+	  build/fuzz/bin/$$h -max_total_time=$(FUZZ_TIME) -max_len=4096 -rss_limit_mb=4096 -timeout=30 \
+	    -print_final_stats=1 build/fuzz/corpus/$$h tests/fuzz/corpus/$$h || exit 1; \
+	done
+
+# valgrind memcheck of the unit suites and the corpus replays (a plain Debug
+# build: valgrind and the sanitizers do not mix).
+MEMCHECK_SUITES := host_tests minikelto_tests poly_tests conversion_tests arith_tests lang_tests hardening_tests
+build/memcheck/CMakeCache.txt:
+	cmake -S . -B build/memcheck -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS)
+memcheck: bootstrap build/memcheck/CMakeCache.txt
+	cmake --build build/memcheck -j $(JOBS)
+	@for s in $(MEMCHECK_SUITES); do \
+	  echo "memcheck: $$s"; \
+	  VORN_MEMCHECK=1 valgrind -q --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite \
+	    build/memcheck/bin/$$s --gtest_brief=1 || exit 1; \
+	done
+	@for h in $(FUZZ_HARNESSES); do \
+	  echo "memcheck: $$h corpus"; \
+	  valgrind -q --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite \
+	    build/memcheck/bin/$$h tests/fuzz/corpus/$$h || exit 1; \
+	done
 
 clean:
 	rm -rf build
