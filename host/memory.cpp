@@ -1,6 +1,7 @@
 // The memory gateway, the low arena and the tracked block lists.
 #include "host/memory.hpp"
 
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <cstdlib>
@@ -15,6 +16,14 @@ namespace {
 std::int64_t live_blocks = 0;
 std::int64_t allocations = 0;
 std::int64_t fail_countdown = 0;
+std::int64_t bytes_now = 0;
+std::int64_t bytes_peak = 0;
+
+void count_taken(std::size_t bytes) noexcept {
+  bytes_now += static_cast<std::int64_t>(bytes);
+  if (bytes_now > bytes_peak) bytes_peak = bytes_now;
+}
+void count_released(std::size_t bytes) noexcept { bytes_now -= static_cast<std::int64_t>(bytes); }
 
 // True when this allocation is the one a test asked to fail.
 bool injected_failure() {
@@ -62,6 +71,7 @@ void* low_alloc(std::size_t bytes) {
   auto* block = static_cast<unsigned char*>(map_low(total));
   if (block == nullptr) return nullptr;
   std::memcpy(block, &total, sizeof total);
+  count_taken(total);
   return block + low_header;
 }
 
@@ -69,29 +79,45 @@ void low_free(void* p) {
   auto* block = static_cast<unsigned char*>(p) - low_header;
   std::size_t total = 0;
   std::memcpy(&total, block, sizeof total);
+  count_released(total);
   munmap(block, total);
 }
 #else
-void* low_alloc(std::size_t bytes) { return std::malloc(bytes); }
-void low_free(void* p) { std::free(p); }
+void* low_alloc(std::size_t bytes) {
+  void* p = std::malloc(bytes);
+  if (p != nullptr) count_taken(malloc_usable_size(p));
+  return p;
+}
+void low_free(void* p) {
+  count_released(malloc_usable_size(p));
+  std::free(p);
+}
 #endif
 
 }  // namespace
 
 gateway_counts gateway_state() noexcept { return {live_blocks, allocations}; }
 
+gateway_bytes gateway_byte_counts() noexcept { return {bytes_now, bytes_peak}; }
+
+void gateway_reset_peak() noexcept { bytes_peak = bytes_now; }
+
 void gateway_fail_at(std::int64_t n) noexcept { fail_countdown = n; }
 
 void* gateway_malloc(std::size_t bytes) noexcept {
   if (injected_failure()) return nullptr;
   void* p = std::malloc(bytes == 0 ? 1 : bytes);
-  if (p != nullptr) ++live_blocks;
+  if (p != nullptr) {
+    ++live_blocks;
+    count_taken(malloc_usable_size(p));
+  }
   return p;
 }
 
 void gateway_free(void* block) noexcept {
   if (block == nullptr) return;
   --live_blocks;
+  count_released(malloc_usable_size(block));
   std::free(block);
 }
 

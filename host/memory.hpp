@@ -20,6 +20,15 @@ struct gateway_counts {
 };
 gateway_counts gateway_state() noexcept;
 
+// Bytes the gateway holds now, and the most it has held since the last
+// gateway_reset_peak (sizes as the allocator reports them), for the benches.
+struct gateway_bytes {
+  std::int64_t current;
+  std::int64_t peak;
+};
+gateway_bytes gateway_byte_counts() noexcept;
+void gateway_reset_peak() noexcept;
+
 // Makes the n-th allocation from now fail (n >= 1); 0 turns failing off.
 void gateway_fail_at(std::int64_t n) noexcept;
 
