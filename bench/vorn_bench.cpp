@@ -4,10 +4,19 @@
 // alternating run by run, checks that both give the same terms, and prints
 // one table of median times and ratios libvorn / FLINT.
 //
-//   vorn-bench [--quick] [--runs N] [--json FILE]
+//   vorn-bench [--quick] [--runs N] [--json FILE] [--plot FILE.svg]
+//              [--problem TEXT] [--order tdeg|plex] [--prime P] [--ops LIST]
 //     --quick      one run of smaller problems, for trying it out
 //     --runs N     runs per operation (default 3); medians are printed
 //     --json FILE  also write the rows as a JSON list
+//     --plot FILE  also time the dense family (1+x+y+z+t)^d, d = 5 ... 25,
+//                  and draw time against term products in FILE and the
+//                  ratios of the table as bars in FILE with -ratios before
+//                  its extension (gnuplot)
+//     --problem, --order, --prime  run only the problems whose name holds
+//                  TEXT, that order, that prime
+//     --ops LIST   comma-separated subset of conv,mul,div,ads,scl
+//                  (default all); with --vorn-only FLINT is not run
 //
 // Times are wall seconds of single calls; nothing here decides correctness
 // beyond the equality checks, and nothing asserts a speed.
@@ -27,6 +36,7 @@
 #include "minikelto/expand.hpp"
 #include "minikelto/host.hpp"
 #include "minikelto/polynomial.hpp"
+#include "host/memory.hpp"
 #include "poly/container.hpp"
 #include "poly/pack.hpp"
 #include "vorn.h"
@@ -44,6 +54,26 @@ struct row {
   double vorn_s;
   std::string peer;  // empty: no peer
   double peer_s;
+  double memory_ratio = 0;  // mul: peak bytes / (result + inputs); 0: not measured
+  std::int64_t peak_bytes = 0;
+};
+
+struct options {
+  bool quick = false;
+  int runs = 3;
+  const char* json = nullptr;
+  const char* plot = nullptr;
+  std::string problem;     // empty: all
+  std::string order;       // empty: both
+  std::int32_t prime = 0;  // 0: both
+  std::string ops = "conv,mul,div,ads,scl";
+  bool vorn_only = false;
+  bool wants(const char* op) const {
+    const std::size_t n = std::strlen(op);
+    for (std::size_t at = ops.find(op); at != std::string::npos; at = ops.find(op, at + 1))
+      if ((at == 0 || ops[at - 1] == ',') && (at + n == ops.size() || ops[at + n] == ',')) return true;
+    return false;
+  }
 };
 
 double median(std::vector<double> v) {
@@ -65,6 +95,7 @@ const minikelto::plugin& linked_plugin() {
         {"mul_vorn", reinterpret_cast<minikelto::any_fn>(&mul_vorn)},
         {"ads_vorn", reinterpret_cast<minikelto::any_fn>(&ads_vorn)},
         {"scl_vorn", reinterpret_cast<minikelto::any_fn>(&scl_vorn)},
+        {"div_vorn", reinterpret_cast<minikelto::any_fn>(&div_vorn)},
     };
     return minikelto::static_plugin(symbols);
   }();
@@ -170,13 +201,22 @@ std::pair<double, double> export_phases(const std::string& lines) {
   return {exported, simp};
 }
 
+// Bytes of a container's terms and header words, as the host holds them.
+std::int64_t container_bytes(word container) {
+  const vorn::term_block view = vorn::read_container(minikelto::callbacks(), container);
+  const std::int64_t words = std::int64_t{view.count} * (vorn::layout_msize(view.layout) + 1);
+  return (words + 8) * static_cast<std::int64_t>(sizeof(word));
+}
+
 void fail_check(const std::string& what) {
   std::fprintf(stderr, "vorn-bench: %s differs between libvorn and FLINT\n", what.c_str());
   std::exit(1);
 }
 
-void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn::monomial_order order, int runs,
-                 std::vector<row>& rows) {
+void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn::monomial_order order,
+                 const options& opt, std::vector<row>& rows) {
+  const int runs = opt.runs;
+  const bool with_peer = !opt.vorn_only;
   std::vector<word> vars;
   const char* names[] = {"x", "y", "z", "t", "u"};
   for (int i = 0; i < pr.n; ++i) vars.push_back(minikelto::make_name(names[i]));
@@ -205,39 +245,95 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
     const auto count = [](word c) { return vorn::read_container(minikelto::callbacks(), c).count; };
 
     std::vector<double> vs, ps, ps2;
-    for (int r = 0; r < runs; ++r) {
-      vs.push_back(seconds_of([&] { call("kelto2vorn", {pr.f, ring, pack, characteristic}); }));
-      minikelto::collect(keep);
+    if (opt.wants("conv")) {
+      for (int r = 0; r < runs; ++r) {
+        vs.push_back(seconds_of([&] { call("kelto2vorn", {pr.f, ring, pack, characteristic}); }));
+        minikelto::collect(keep);
+      }
+      add_row("kelto2vorn f", count(A), vs, nullptr, {});
+      vs.clear();
+      for (int r = 0; r < runs; ++r) {
+        vs.push_back(seconds_of([&] { call("kelto2vorn", {pr.g, ring, pack, characteristic}); }));
+        minikelto::collect(keep);
+      }
+      add_row("kelto2vorn g", count(B), vs, nullptr, {});
     }
-    add_row("kelto2vorn f", count(A), vs, nullptr, {});
-    vs.clear();
-    for (int r = 0; r < runs; ++r) {
-      vs.push_back(seconds_of([&] { call("kelto2vorn", {pr.g, ring, pack, characteristic}); }));
-      minikelto::collect(keep);
-    }
-    add_row("kelto2vorn g", count(B), vs, nullptr, {});
 
-    // The product, alternating with both FLINT multiplications.
+    // The product, alternating with both FLINT multiplications; the first
+    // run also measures the gateway's peak bytes.
     vs.clear();
     word P = 0;
-    for (int r = 0; r < runs; ++r) {
+    std::int64_t peak = 0;
+    const bool timed_mul = opt.wants("mul");
+    const int mul_runs = timed_mul ? runs : 1;
+    for (int r = 0; r < mul_runs; ++r) {
+      vorn::gateway_reset_peak();
+      const std::int64_t before = vorn::gateway_byte_counts().current;
       vs.push_back(seconds_of([&] { P = call("mul_vorn", {modulus, A, B}); }));
-      ps.push_back(seconds_of([&] { nmod_mpoly_mul_johnson(FP.a, FA.a, FB.a, ctx); }));
-      ps2.push_back(seconds_of([&] { nmod_mpoly_mul(FP.a, FA.a, FB.a, ctx); }));
-      if (r + 1 < runs) minikelto::collect(keep);
+      if (r == 0) peak = vorn::gateway_byte_counts().peak - before;
+      if (with_peer && timed_mul) {
+        ps.push_back(seconds_of([&] { nmod_mpoly_mul_johnson(FP.a, FA.a, FB.a, ctx); }));
+        ps2.push_back(seconds_of([&] { nmod_mpoly_mul(FP.a, FA.a, FB.a, ctx); }));
+      }
+      if (r + 1 < mul_runs) minikelto::collect(keep);
     }
     minikelto::root_guard keep_p(P);
+    if (!with_peer) nmod_mpoly_mul_johnson(FP.a, FA.a, FB.a, ctx);
     to_flint(check, P, order, pr.n, p);
     if (!nmod_mpoly_equal(check.a, FP.a, ctx)) fail_check(pr.name + " product");
-    add_row("mul_vorn", count(P), vs, "nmod_mpoly_mul_johnson", ps);
-    add_row("mul_vorn", count(P), vs, "nmod_mpoly_mul", ps2);
+    if (timed_mul) {
+      add_row("mul_vorn", count(P), vs, "nmod_mpoly_mul_johnson", ps);
+      add_row("mul_vorn", count(P), vs, "nmod_mpoly_mul", ps2);
+      // The call's own memory (blocks, heap, streams) with the result it
+      // leaves and the inputs it reads, against result and inputs alone.
+      const std::int64_t held = container_bytes(P) + container_bytes(A) + container_bytes(B);
+      rows.back().peak_bytes = rows[rows.size() - 2].peak_bytes = peak + held;
+      rows.back().memory_ratio = rows[rows.size() - 2].memory_ratio =
+          static_cast<double>(peak + held) / static_cast<double>(held);
+    }
+
+    // Division: P / f, and P + 1 / f, which does not divide.
+    if (opt.wants("div")) {
+      const word one = call("kelto2vorn", {integer(1), ring, pack, characteristic});
+      minikelto::root_guard keep_one(one);
+      const word P1 = call("ads_vorn", {modulus, integer(0), P, one});
+      minikelto::root_guard keep_p1(P1);
+      flint_poly FP1(ctx);
+      to_flint(FP1, P1, order, pr.n, p);
+      const word qname = minikelto::make_name("q");
+      const std::vector<word> keep3 = {A, B, P, P1, one, ring, pack, characteristic};
+      for (int divisible = 1; divisible >= 0; --divisible) {
+        vs.clear(), ps.clear();
+        const word dividend = divisible ? P : P1;
+        word answer = 0;
+        int flint_answer = 0;
+        for (int r = 0; r < runs; ++r) {
+          vs.push_back(seconds_of([&] { answer = call("div_vorn", {modulus, dividend, A, minikelto::make_name("r"), qname}); }));
+          if (with_peer)
+            ps.push_back(seconds_of([&] { flint_answer = nmod_mpoly_divides(FR.a, divisible ? FP.a : FP1.a, FA.a, ctx); }));
+          if (r + 1 < runs) minikelto::collect(keep3);
+        }
+        const bool vorn_answer = answer == minikelto::true_value();
+        if (vorn_answer != (divisible != 0) || (with_peer && flint_answer != divisible)) fail_check(pr.name + " divisibility");
+        std::int64_t quotient_terms = 0;
+        if (divisible) {
+          const word Qv = *minikelto::value_of(qname);
+          to_flint(check, Qv, order, pr.n, p);
+          if (!nmod_mpoly_equal(check.a, FB.a, ctx)) fail_check(pr.name + " quotient");
+          quotient_terms = count(Qv);
+        }
+        minikelto::unassign(qname);
+        add_row(divisible ? "div_vorn P/f" : "div_vorn (P+1)/f", quotient_terms, vs, "nmod_mpoly_divides", ps);
+        minikelto::collect(keep3);
+      }
+    }
 
     // A second product for the sum and the difference: A·A.
-    const word Q = call("mul_vorn", {modulus, A, A});
+    const word Q = opt.wants("ads") ? call("mul_vorn", {modulus, A, A}) : P;
     minikelto::root_guard keep_q(Q);
     nmod_mpoly_mul_johnson(FQ.a, FA.a, FA.a, ctx);
     const std::vector<word> keep2 = {A, B, P, Q, ring, pack, characteristic};
-    for (int subtract = 0; subtract < 2; ++subtract) {
+    for (int subtract = 0; subtract < (opt.wants("ads") ? 2 : 0); ++subtract) {
       vs.clear(), ps.clear();
       word S = 0;
       for (int r = 0; r < runs; ++r) {
@@ -246,6 +342,7 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
           if (subtract) nmod_mpoly_sub(FR.a, FP.a, FQ.a, ctx);
           else nmod_mpoly_add(FR.a, FP.a, FQ.a, ctx);
         }));
+        if (r + 1 < runs) minikelto::collect(keep2);
       }
       to_flint(check, S, order, pr.n, p);
       if (!nmod_mpoly_equal(check.a, FR.a, ctx)) fail_check(pr.name + (subtract ? " difference" : " sum"));
@@ -256,22 +353,25 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
 
     // P by 3/7.
     vs.clear(), ps.clear();
+    if (opt.wants("scl")) {
     const auto c = static_cast<ulong>(std::int64_t{3} * inverse_mod(7, p) % p);
     word C = 0;
     for (int r = 0; r < runs; ++r) {
       vs.push_back(seconds_of([&] { C = call("scl_vorn", {modulus, integer(3), integer(7), P}); }));
       ps.push_back(seconds_of([&] { nmod_mpoly_scalar_mul_ui(FR.a, FP.a, c, ctx); }));
+      if (r + 1 < runs) minikelto::collect(keep2);
     }
     to_flint(check, C, order, pr.n, p);
     if (!nmod_mpoly_equal(check.a, FR.a, ctx)) fail_check(pr.name + " scaling");
     add_row("scl_vorn P*3/7", count(C), vs, "nmod_mpoly_scalar_mul_ui", ps);
     minikelto::collect(keep2);
+    }
 
     // The product back to the host, its two phases from the entry's time line.
     std::vector<double> total, exported, simp;
     minikelto::set_info_level("vorn", 3);
     minikelto::capture_output(true);
-    for (int r = 0; r < runs; ++r) {
+    for (int r = 0; r < (opt.wants("conv") ? runs : 0); ++r) {
       total.push_back(seconds_of([&] { call("vorn2kelto", {P}); }));
       const auto [e, s] = export_phases(minikelto::take_output());
       exported.push_back(e);
@@ -280,25 +380,31 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
     }
     minikelto::capture_output(false);
     minikelto::unset_info_level("vorn");
-    add_row("vorn2kelto P", count(P), total, nullptr, {});
-    add_row("  export phase", count(P), exported, nullptr, {});
-    add_row("  simp phase", count(P), simp, nullptr, {});
+    if (opt.wants("conv")) {
+      add_row("vorn2kelto P", count(P), total, nullptr, {});
+      add_row("  export phase", count(P), exported, nullptr, {});
+      add_row("  simp phase", count(P), simp, nullptr, {});
+    }
   }
   nmod_mpoly_ctx_clear(ctx);
   minikelto::collect();
 }
 
 void print_table(const std::vector<row>& rows) {
-  std::printf("%-34s %-5s %-10s %-15s %9s %10s  %-25s %10s %7s\n", "problem", "order", "prime", "op", "terms",
-              "vorn s", "peer", "peer s", "ratio");
+  std::printf("%-34s %-5s %-10s %-16s %9s %10s  %-25s %10s %7s  %s\n", "problem", "order", "prime", "op", "terms",
+              "vorn s", "peer", "peer s", "ratio", "memory");
   for (const row& r : rows) {
-    if (r.peer.empty())
-      std::printf("%-34s %-5s %-10d %-15s %9lld %10.4f  %-25s %10s %7s\n", r.problem.c_str(), r.order.c_str(),
-                  r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s, "-", "-", "-");
+    char memory[64] = "";
+    if (r.memory_ratio > 0)
+      std::snprintf(memory, sizeof memory, "%.1f MB %.2fx", static_cast<double>(r.peak_bytes) / 1e6, r.memory_ratio);
+    if (r.peer.empty() || r.peer_s <= 0)
+      std::printf("%-34s %-5s %-10d %-16s %9lld %10.4f  %-25s %10s %7s  %s\n", r.problem.c_str(), r.order.c_str(),
+                  r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s, r.peer.empty() ? "-" : r.peer.c_str(),
+                  "-", "-", memory);
     else
-      std::printf("%-34s %-5s %-10d %-15s %9lld %10.4f  %-25s %10.4f %7.2f\n", r.problem.c_str(), r.order.c_str(),
+      std::printf("%-34s %-5s %-10d %-16s %9lld %10.4f  %-25s %10.4f %7.2f  %s\n", r.problem.c_str(), r.order.c_str(),
                   r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s, r.peer.c_str(), r.peer_s,
-                  r.peer_s > 0 ? r.vorn_s / r.peer_s : 0.0);
+                  r.vorn_s / r.peer_s, memory);
   }
 }
 
@@ -314,51 +420,173 @@ void write_json(const std::vector<row>& rows, const char* path) {
     std::fprintf(out, "  {\"problem\": \"%s\", \"order\": \"%s\", \"prime\": %d, \"op\": \"%s\", \"terms\": %lld, "
                  "\"vorn_s\": %.6f, ",
                  r.problem.c_str(), r.order.c_str(), r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s);
-    if (r.peer.empty())
-      std::fputs("\"peer\": null, \"peer_s\": null, \"ratio\": null}", out);
+    if (r.peer.empty() || r.peer_s <= 0)
+      std::fputs("\"peer\": null, \"peer_s\": null, \"ratio\": null", out);
     else
-      std::fprintf(out, "\"peer\": \"%s\", \"peer_s\": %.6f, \"ratio\": %.4f}", r.peer.c_str(), r.peer_s,
-                   r.peer_s > 0 ? r.vorn_s / r.peer_s : 0.0);
-    std::fputs(i + 1 < rows.size() ? ",\n" : "\n", out);
+      std::fprintf(out, "\"peer\": \"%s\", \"peer_s\": %.6f, \"ratio\": %.4f", r.peer.c_str(), r.peer_s,
+                   r.vorn_s / r.peer_s);
+    if (r.memory_ratio > 0)
+      std::fprintf(out, ", \"peak_bytes\": %lld, \"memory_ratio\": %.4f", static_cast<long long>(r.peak_bytes),
+                   r.memory_ratio);
+    std::fputs(i + 1 < rows.size() ? "},\n" : "}\n", out);
   }
   std::fputs("]\n", out);
   std::fclose(out);
 }
 
+// FILE.svg -> FILE-ratios.svg
+std::string ratios_path(const std::string& plot) {
+  const std::size_t dot = plot.rfind('.');
+  const std::size_t slash = plot.rfind('/');
+  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return plot + "-ratios";
+  return plot.substr(0, dot) + "-ratios" + plot.substr(dot);
+}
+
+void run_gnuplot(const std::string& script) {
+  std::FILE* gp = popen("gnuplot", "w");
+  if (gp == nullptr) {
+    std::fprintf(stderr, "vorn-bench: cannot run gnuplot\n");
+    std::exit(1);
+  }
+  std::fputs(script.c_str(), gp);
+  if (pclose(gp) != 0) std::fprintf(stderr, "vorn-bench: gnuplot failed\n");
+}
+
+// Times f·(f+1), f = (1+x+y+z+t)^d, tdeg, p = 32003, for d = 5, 9, ... 25 (5, 15,
+// 25 with --quick), against term products nA·nB; the large d run once.
+void plot_dense_family(const options& opt) {
+  const word ring_vars[] = {minikelto::make_name("x"), minikelto::make_name("y"), minikelto::make_name("z"),
+                            minikelto::make_name("t")};
+  const word ring = minikelto::unique(minikelto::make_funcall(minikelto::make_name("tdeg"), ring_vars));
+  minikelto::root_guard keep_ring(ring);
+  const std::int32_t p = 32003;
+  const word pack = option("pack", 4);
+  const word characteristic = option("characteristic", p);
+  minikelto::root_guard keep_pack(pack), keep_char(characteristic);
+  nmod_mpoly_ctx_t ctx;
+  nmod_mpoly_ctx_init(ctx, 4, ORD_DEGREVLEX, static_cast<mp_limb_t>(p));
+  std::string data;
+  for (int d = 5; d <= 25; d += opt.quick ? 10 : 4) {
+    const word f = expanded_power(sum_of({integer(1), ring_vars[0], ring_vars[1], ring_vars[2], ring_vars[3]}), d);
+    const word g = minikelto::expand(minikelto::add(f, integer(1)));
+    minikelto::root_guard keep_f(f), keep_g(g);
+    const word A = call("kelto2vorn", {f, ring, pack, characteristic});
+    const word B = call("kelto2vorn", {g, ring, pack, characteristic});
+    minikelto::root_guard keep_a(A), keep_b(B);
+    {
+      flint_poly FA(ctx), FB(ctx), FP(ctx);
+      to_flint(FA, A, vorn::monomial_order::tdeg, 4, p);
+      to_flint(FB, B, vorn::monomial_order::tdeg, 4, p);
+      const double products = static_cast<double>(nmod_mpoly_length(FA.a, ctx)) *
+                              static_cast<double>(nmod_mpoly_length(FB.a, ctx));
+      const int runs = products > 5e7 ? 1 : std::max(1, opt.runs);
+      std::vector<double> vs, js, ds;
+      const std::vector<word> keep = {A, B, f, g, ring, pack, characteristic};
+      for (int r = 0; r < runs; ++r) {
+        vs.push_back(seconds_of([&] { call("mul_vorn", {integer(p), A, B}); }));
+        js.push_back(seconds_of([&] { nmod_mpoly_mul_johnson(FP.a, FA.a, FB.a, ctx); }));
+        ds.push_back(seconds_of([&] { nmod_mpoly_mul(FP.a, FA.a, FB.a, ctx); }));
+        minikelto::collect(keep);
+      }
+      char line[160];
+      std::snprintf(line, sizeof line, "%d %.0f %.6f %.6f %.6f\n", d, products, median(vs), median(js), median(ds));
+      data += line;
+      std::fprintf(stderr, "plot: d = %d, %.0f products\n", d, products);
+    }
+    minikelto::collect();
+  }
+  nmod_mpoly_ctx_clear(ctx);
+  run_gnuplot("set terminal svg size 800,520 dynamic background rgb 'white'\n"
+              "set output '" + std::string(opt.plot) + "'\n"
+              "set title 'f*(f+1), f = (1+x+y+z+t)^d, d = 5 ... 25, tdeg, p = 32003'\n"
+              "set logscale xy\nset key left top\nset grid\n"
+              "set xlabel 'term products nA*nB'\nset ylabel 'seconds'\n"
+              "$d << EOD\n" + data + "EOD\n"
+              "plot $d using 2:3 with linespoints title 'mul\\_vorn', "
+              "$d using 2:4 with linespoints title 'nmod\\_mpoly\\_mul\\_johnson', "
+              "$d using 2:5 with linespoints title 'nmod\\_mpoly\\_mul'\n");
+}
+
+void plot_ratios(const std::vector<row>& rows, const std::string& path) {
+  std::string data;
+  for (const row& r : rows) {
+    if (r.peer.empty() || r.peer_s <= 0) continue;
+    std::string label = r.problem.substr(0, r.problem.find(' ')) + " " + r.order + " " +
+                        (r.prime == 32003 ? "p1" : "p2") + " " + r.op + " / " + r.peer;
+    for (char& c : label)
+      if (c == '"') c = '\'';
+    char line[300];
+    std::snprintf(line, sizeof line, "\"%s\" %.4f\n", label.c_str(), r.vorn_s / r.peer_s);
+    data += line;
+  }
+  if (data.empty()) return;
+  const std::size_t n = static_cast<std::size_t>(std::count(data.begin(), data.end(), '\n'));
+  run_gnuplot("set terminal svg size 900," + std::to_string(120 + 16 * n) + " dynamic background rgb 'white'\n"
+              "set output '" + path + "'\n"
+              "set title 'libvorn time / FLINT time (below 1: libvorn faster); p1 = 32003, p2 = 1073741789'\n"
+              "set style fill solid 0.6\nset boxwidth 0.7\nset yrange [-1:" + std::to_string(n) + "]\n"
+              "set xrange [0:*]\nset grid x\nset ytics font ',8' noenhanced\nset key off\nset arrow from 1, graph 0 to 1, graph 1 nohead\n"
+              "$d << EOD\n" + data + "EOD\n"
+              "plot $d using (0.5*$2):0:(0.5*$2):(0.35):yticlabels(1) with boxxyerror\n");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  bool quick = false;
-  int runs = 3;
-  const char* json = nullptr;
+  options opt;
   for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--quick") == 0) {
-      quick = true;
-    } else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc) {
-      runs = std::max(1, std::atoi(argv[++i]));
-    } else if (std::strcmp(argv[i], "--json") == 0 && i + 1 < argc) {
-      json = argv[++i];
+    const std::string a = argv[i];
+    const bool has_value = i + 1 < argc;
+    if (a == "--quick") {
+      opt.quick = true;
+    } else if (a == "--vorn-only") {
+      opt.vorn_only = true;
+    } else if (a == "--runs" && has_value) {
+      opt.runs = std::max(1, std::atoi(argv[++i]));
+    } else if (a == "--json" && has_value) {
+      opt.json = argv[++i];
+    } else if (a == "--plot" && has_value) {
+      opt.plot = argv[++i];
+    } else if (a == "--problem" && has_value) {
+      opt.problem = argv[++i];
+    } else if (a == "--order" && has_value) {
+      opt.order = argv[++i];
+    } else if (a == "--prime" && has_value) {
+      opt.prime = std::atoi(argv[++i]);
+    } else if (a == "--ops" && has_value) {
+      opt.ops = argv[++i];
     } else {
-      std::fprintf(stderr, "usage: vorn-bench [--quick] [--runs N] [--json FILE]\n");
+      std::fprintf(stderr,
+                   "usage: vorn-bench [--quick] [--runs N] [--json FILE] [--plot FILE.svg] [--problem TEXT]\n"
+                   "                  [--order tdeg|plex] [--prime P] [--ops conv,mul,div,ads,scl] [--vorn-only]\n");
       return 2;
     }
   }
-  if (quick) runs = 1;
+  if (opt.quick) opt.runs = 1;
   minikelto::reset();
   std::vector<row> rows;
-  const std::vector<problem> all = problems(quick);
+  const std::vector<problem> all = problems(opt.quick);
   std::vector<word> inputs;
   for (const problem& pr : all) inputs.push_back(pr.f), inputs.push_back(pr.g);
   for (word h : inputs) minikelto::add_root(h);
-  for (const problem& pr : all)
-    for (std::int32_t p : {32003, 1073741789})
+  for (const problem& pr : all) {
+    if (pr.name.find(opt.problem) == std::string::npos) continue;
+    for (std::int32_t p : {32003, 1073741789}) {
+      if (opt.prime != 0 && opt.prime != p) continue;
       for (const auto& [name, order] : {std::pair{"tdeg", vorn::monomial_order::tdeg},
                                         std::pair{"plex", vorn::monomial_order::plex}}) {
+        if (!opt.order.empty() && opt.order != name) continue;
         std::fprintf(stderr, "%s mod %d, %s ...\n", pr.name.c_str(), p, name);
-        run_problem(pr, p, name, order, runs, rows);
+        run_problem(pr, p, name, order, opt, rows);
       }
+    }
+  }
   for (word h : inputs) minikelto::remove_root(h);
   print_table(rows);
-  if (json != nullptr) write_json(rows, json);
+  if (opt.json != nullptr) write_json(rows, opt.json);
+  if (opt.plot != nullptr) {
+    plot_ratios(rows, ratios_path(opt.plot));
+    plot_dense_family(opt);
+  }
   return 0;
 }
