@@ -25,8 +25,10 @@ namespace {
 
 #if defined(__SIZEOF_INT128__)
 __extension__ typedef __int128 small_int;
+__extension__ typedef unsigned __int128 small_uint;
 #else
 typedef std::int64_t small_int;
+typedef std::uint64_t small_uint;
 #endif
 
 // Owns one GMP integer.
@@ -49,7 +51,7 @@ struct big_integer {
 void set_small(mpz_ptr z, small_int v) {
   const bool negative = v < 0;
   // The magnitude as unsigned, also for the most negative value.
-  auto magnitude = negative ? static_cast<decltype(v)>(0) - v : v;
+  const small_uint magnitude = negative ? small_uint{0} - static_cast<small_uint>(v) : static_cast<small_uint>(v);
   unsigned long long words[2] = {0, 0};
   std::memcpy(words, &magnitude, sizeof magnitude);
   mpz_import(z, sizeof magnitude / 8, -1, 8, 0, 0, words);
@@ -83,6 +85,11 @@ struct monomial_space {
   std::int32_t word_of(std::size_t i) const { return static_cast<std::int32_t>(i) / per_word; }
   std::int32_t shift_of(std::size_t i) const {
     return (per_word - 1 - static_cast<std::int32_t>(i) % per_word) * bits;
+  }
+  // The exponent of variable i in a key.
+  std::uint64_t field(const std::uint64_t* key, std::size_t i) const {
+    const std::uint64_t mask = bits >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
+    return (key[word_of(i)] >> shift_of(i)) & mask;
   }
 };
 
@@ -257,62 +264,108 @@ inline void add_product(const term_table& A, std::size_t i, const term_table& B,
   }
 }
 
+// Total degree of every term of T.
+std::vector<std::uint64_t> degrees_of(const term_table& T, const monomial_space& space) {
+  std::vector<std::uint64_t> degree(T.size(), 0);
+  for (std::size_t i = 0; i < T.size(); ++i)
+    for (std::size_t v = 0; v < space.variables.size(); ++v) degree[i] += space.field(T.key(i), v);
+  return degree;
+}
+
+// Canonical order within one total degree: the exponents of the first
+// variables first, larger first.  Key words compare in that order.
+bool key_before(const std::uint64_t* a, const std::uint64_t* b, std::int32_t words) {
+  return std::lexicographical_compare(b, b + words, a, a + words);
+}
+
 // Products with more term pairs than this are computed slice by slice.
 constexpr std::size_t slice_threshold = std::size_t{1} << 20;
 
+// The terms of T grouped by (total degree, exponent of the first variable),
+// groups in that order.
+struct term_groups {
+  struct group {
+    std::uint64_t degree, first;
+    std::size_t begin, end;  // a range of `terms`
+  };
+  std::vector<std::uint32_t> terms;
+  std::vector<group> groups;
+  std::uint64_t top_degree = 0, top_first = 0;
+
+  term_groups(const term_table& T, const monomial_space& space) {
+    const std::vector<std::uint64_t> degree = degrees_of(T, space);
+    auto first = [&](std::uint32_t i) { return space.field(T.key(i), 0); };
+    terms.resize(T.size());
+    for (std::size_t i = 0; i < T.size(); ++i) terms[i] = static_cast<std::uint32_t>(i);
+    std::sort(terms.begin(), terms.end(), [&](std::uint32_t a, std::uint32_t b) {
+      return degree[a] != degree[b] ? degree[a] < degree[b] : first(a) < first(b);
+    });
+    for (std::size_t k = 0; k < terms.size(); ++k) {
+      const std::uint64_t d = degree[terms[k]], f = first(terms[k]);
+      if (groups.empty() || groups.back().degree != d || groups.back().first != f) groups.push_back({d, f, k, k});
+      ++groups.back().end;
+      top_degree = std::max(top_degree, d);
+      top_first = std::max(top_first, f);
+    }
+  }
+};
+
 // Adds A * B into out (which must be empty when A * B is large).
 //
-// A large product goes slice by slice: the terms of the result whose
-// exponent of one variable is d come only from pairs whose exponents of that
-// variable add up to d, so each slice is summed in a table small enough to
-// stay in cache and then appended to out, whose index is built only if it
-// is looked up later.
+// A large product goes slice by slice: the terms of the result of total
+// degree d whose first variable has exponent e come only from pairs whose
+// degrees add up to d and whose first exponents add up to e, so each slice is
+// summed in a table small enough to stay in cache.  Slices are taken in
+// canonical order and each is sorted before it is appended to out, so a
+// product that is the final result is in order already.  Slicing pays when
+// walking the slices costs less than the products themselves.
 void multiply_into(const term_table& A, const term_table& B, const monomial_space& space, term_table& out) {
   const std::int32_t words = space.words;
   std::vector<std::uint64_t> k(static_cast<std::size_t>(words));
   big_integer x, y;
-  if (A.size() * B.size() < slice_threshold || out.size() != 0 || space.variables.empty()) {
+  const std::size_t pairs = A.size() * B.size();
+  auto unsliced = [&] {
     out.reserve(std::max(A.size(), B.size()));
     for (std::size_t i = 0; i < A.size(); ++i)
       for (std::size_t j = 0; j < B.size(); ++j) add_product(A, i, B, j, words, k.data(), x, y, out);
-    return;
-  }
-  // Slice by the variable with the widest range in the result.
-  const std::uint64_t mask = (std::uint64_t{1} << space.bits) - 1;
-  auto field = [&](const term_table& T, std::size_t i, std::size_t v) {
-    return static_cast<std::size_t>((T.key(i)[space.word_of(v)] >> space.shift_of(v)) & mask);
   };
-  std::size_t best = 0, best_range = 0;
-  for (std::size_t v = 0; v < space.variables.size(); ++v) {
-    std::size_t top_a = 0, top_b = 0;
-    for (std::size_t i = 0; i < A.size(); ++i) top_a = std::max(top_a, field(A, i, v));
-    for (std::size_t j = 0; j < B.size(); ++j) top_b = std::max(top_b, field(B, j, v));
-    if (top_a + top_b >= best_range) {
-      best = v;
-      best_range = top_a + top_b;
-    }
-  }
-  // Terms of each operand grouped by that exponent.
-  auto group = [&](const term_table& T) {
-    std::vector<std::vector<std::uint32_t>> groups;
-    for (std::size_t i = 0; i < T.size(); ++i) {
-      const std::size_t e = field(T, i, best);
-      if (e >= groups.size()) groups.resize(e + 1);
-      groups[e].push_back(static_cast<std::uint32_t>(i));
-    }
-    return groups;
+  if (pairs < slice_threshold || out.size() != 0 || space.variables.empty()) return unsliced();
+  const term_groups GA(A, space), GB(B, space);
+  // Group of B by (degree, first exponent), densely; -1 where there is none.
+  const std::uint64_t b_degrees = GB.top_degree + 1, b_firsts = GB.top_first + 1;
+  const double slices = static_cast<double>(GA.top_degree + b_degrees) * static_cast<double>(GA.top_first + b_firsts);
+  if (slices * static_cast<double>(GA.groups.size()) + static_cast<double>(b_degrees * b_firsts) >
+      static_cast<double>(pairs))
+    return unsliced();
+  // Below the number of pairs, so a size_t holds it.
+  auto b_index = [&](std::uint64_t degree, std::uint64_t first) {
+    return static_cast<std::size_t>(degree * b_firsts + first);
   };
-  const auto groups_a = group(A);
-  const auto groups_b = group(B);
+  std::vector<std::int32_t> b_group(b_index(b_degrees, 0), -1);
+  for (std::size_t g = 0; g < GB.groups.size(); ++g)
+    b_group[b_index(GB.groups[g].degree, GB.groups[g].first)] = static_cast<std::int32_t>(g);
+
   term_table slice(words);
-  for (std::size_t d = 0; d + 2 <= groups_a.size() + groups_b.size(); ++d) {
-    slice.clear();
-    for (std::size_t e = 0; e < groups_a.size() && e <= d; ++e) {
-      if (d - e >= groups_b.size()) continue;
-      for (std::uint32_t i : groups_a[e])
-        for (std::uint32_t j : groups_b[d - e]) add_product(A, i, B, j, words, k.data(), x, y, slice);
+  std::vector<std::uint32_t> order;
+  for (std::uint64_t d = 0; d <= GA.top_degree + GB.top_degree; ++d) {
+    for (std::uint64_t e = GA.top_first + GB.top_first + 1; e-- > 0;) {
+      slice.clear();
+      for (const auto& a : GA.groups) {
+        if (a.degree > d) break;
+        if (a.first > e || d - a.degree >= b_degrees || e - a.first >= b_firsts) continue;
+        const std::int32_t g = b_group[b_index(d - a.degree, e - a.first)];
+        if (g < 0) continue;
+        const auto& b = GB.groups[static_cast<std::size_t>(g)];
+        for (std::size_t ia = a.begin; ia < a.end; ++ia)
+          for (std::size_t ib = b.begin; ib < b.end; ++ib)
+            add_product(A, GA.terms[ia], B, GB.terms[ib], words, k.data(), x, y, slice);
+      }
+      order.resize(slice.size());
+      for (std::size_t t = 0; t < order.size(); ++t) order[t] = static_cast<std::uint32_t>(t);
+      std::sort(order.begin(), order.end(),
+                [&](std::uint32_t i, std::uint32_t j) { return key_before(slice.key(i), slice.key(j), words); });
+      for (std::uint32_t t : order) out.append_new(slice.key(t), slice, slice.coeff(t));
     }
-    for (std::size_t t = 0; t < slice.size(); ++t) out.append_new(slice.key(t), slice, slice.coeff(t));
   }
 }
 
@@ -513,23 +566,17 @@ word expand(word expression) {
   term_table result = expander(space).run(expression);
 
   // Canonical order: total degree ascending, then exponents of the first
-  // variables first (larger first).
+  // variables first (larger first).  A sliced product is in order already.
+  const std::vector<std::uint64_t> degree = degrees_of(result, space);
   std::vector<std::uint32_t> order;
-  std::vector<std::uint64_t> degree(result.size(), 0);
-  const std::uint64_t field_mask = space.bits >= 64 ? ~0ull : (1ull << space.bits) - 1;
   for (std::size_t i = 0; i < result.size(); ++i) {
-    if (result.is_zero(result.coeff(i))) continue;
-    order.push_back(static_cast<std::uint32_t>(i));
-    const std::uint64_t* k = result.key(i);
-    for (std::size_t v = 0; v < space.variables.size(); ++v)
-      degree[i] += (k[space.word_of(v)] >> space.shift_of(v)) & field_mask;
+    if (!result.is_zero(result.coeff(i))) order.push_back(static_cast<std::uint32_t>(i));
   }
-  std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+  const auto canonical = [&](std::uint32_t a, std::uint32_t b) {
     if (degree[a] != degree[b]) return degree[a] < degree[b];
-    const std::uint64_t* ka = result.key(a);
-    const std::uint64_t* kb = result.key(b);
-    return std::lexicographical_compare(kb, kb + space.words, ka, ka + space.words);
-  });
+    return key_before(result.key(a), result.key(b), space.words);
+  };
+  if (!std::is_sorted(order.begin(), order.end(), canonical)) std::sort(order.begin(), order.end(), canonical);
 
   std::vector<expanded_term> terms;
   terms.reserve(order.size());
@@ -539,7 +586,7 @@ word expand(word expression) {
     const std::uint64_t* k = result.key(i);
     powers.clear();
     for (std::size_t v = 0; v < space.variables.size(); ++v) {
-      const std::uint64_t e = (k[space.word_of(v)] >> space.shift_of(v)) & field_mask;
+      const std::uint64_t e = space.field(k, v);
       if (e != 0) powers.emplace_back(space.variables[v], static_cast<std::int32_t>(e));
     }
     const coefficient& f = result.coeff(i);

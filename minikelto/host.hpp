@@ -66,12 +66,25 @@ constexpr std::int32_t immediate_value(word h) noexcept { return static_cast<std
 constexpr word make_immediate(std::int32_t v) noexcept { return static_cast<word>(v) * 2u + 1u; }
 constexpr bool fits_immediate(std::int64_t v) noexcept { return v >= min_immediate && v <= max_immediate; }
 
-// Words of an object (h must not be an immediate).
-word* object_words(word h) noexcept;
+// Words of an object (h must not be an immediate).  The one place where
+// minikelto turns a handle into an address.  Inline, with the two accessors
+// below, because hashing, comparing and marking call them per object.
+inline word* object_words(word h) noexcept { return reinterpret_cast<word*>(static_cast<std::uintptr_t>(h)); }
+
+namespace detail {
+inline std::int32_t header_type_of(word header) noexcept { return static_cast<std::int32_t>(header) >> 26; }
+inline std::int32_t header_length_of(word header) noexcept { return static_cast<std::int32_t>(header & 0x1ffffffu); }
+inline word make_header(std::int32_t type, std::int32_t length) noexcept {
+  return (static_cast<word>(type) << 26) | static_cast<word>(length);
+}
+}  // namespace detail
+
 // Type id of a handle; -1 for an immediate.
-std::int32_t type_of(word h) noexcept;
+inline std::int32_t type_of(word h) noexcept {
+  return is_immediate(h) ? -1 : detail::header_type_of(object_words(h)[0]);
+}
 // Length in words, header included (h must not be an immediate).
-std::int32_t length_of(word h) noexcept;
+inline std::int32_t length_of(word h) noexcept { return detail::header_length_of(object_words(h)[0]); }
 
 // A fresh, unshared, zero-filled object of `length` words (header included).
 word new_object(std::int32_t length, std::int32_t type);

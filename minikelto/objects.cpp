@@ -17,14 +17,6 @@ namespace minikelto {
 using detail::address_of;
 using detail::word_of;
 
-word* object_words(word h) noexcept { return address_of(h); }
-
-std::int32_t type_of(word h) noexcept {
-  return is_immediate(h) ? -1 : detail::header_type_of(address_of(h)[0]);
-}
-
-std::int32_t length_of(word h) noexcept { return detail::header_length_of(address_of(h)[0]); }
-
 word new_object(std::int32_t length, std::int32_t type) {
   if (length < 1 || length > 0x1ffffff) detail::fatal("object length %d out of range", length);
   if (type < 0 || type > 63) detail::fatal("type id %d out of range", type);

@@ -171,10 +171,13 @@ struct product_builder {
 word make_monomial(std::span<const std::pair<word, std::int32_t>> powers) {
   if (powers.empty()) return make_immediate(1);
   if (powers.size() == 1 && powers[0].second == 1) return powers[0].first;
-  std::vector<std::pair<word, word>> pairs;
-  pairs.reserve(powers.size());
-  for (auto [v, e] : powers) pairs.emplace_back(v, make_immediate(e));
-  return unique(make_prod(pairs));
+  const word h = new_object(2 * static_cast<std::int32_t>(powers.size()) + 1, prod);
+  word* w = object_words(h);
+  for (std::size_t i = 0; i < powers.size(); ++i) {
+    w[2 * i + 1] = powers[i].first;
+    w[2 * i + 2] = make_immediate(powers[i].second);
+  }
+  return h;
 }
 
 word make_polynomial(std::span<const expanded_term> terms) {
@@ -182,16 +185,18 @@ word make_polynomial(std::span<const expanded_term> terms) {
   if (terms.size() == 1) {
     const expanded_term& t = terms[0];
     if (is_one(t.monomial)) return unique(t.coefficient);
-    if (is_one(t.coefficient)) return t.monomial;
+    if (is_one(t.coefficient)) return unique(t.monomial);
   }
-  std::vector<std::pair<word, word>> pairs;
-  pairs.reserve(terms.size());
-  for (const expanded_term& t : terms) {
+  // Made unique as a whole, so the monomials' lookups are batched.
+  const word h = new_object(2 * static_cast<std::int32_t>(terms.size()) + 1, sum);
+  word* w = object_words(h);
+  for (std::size_t i = 0; i < terms.size(); ++i) {
+    const expanded_term& t = terms[i];
     // A constant c is the pair (c, 1).
-    if (is_one(t.monomial)) pairs.emplace_back(t.coefficient, make_immediate(1));
-    else pairs.emplace_back(t.monomial, t.coefficient);
+    w[2 * i + 1] = is_one(t.monomial) ? t.coefficient : t.monomial;
+    w[2 * i + 2] = is_one(t.monomial) ? make_immediate(1) : t.coefficient;
   }
-  return unique(make_sum(pairs));
+  return unique(h);
 }
 
 word add(word a, word b) {

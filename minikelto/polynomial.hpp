@@ -25,10 +25,11 @@ struct expanded_term {
 };
 
 // The monomial of (variable, exponent) pairs, exponents positive, variables
-// distinct and in the order wanted: 1, the variable itself, or a PROD.
+// distinct and in the order wanted: 1, the variable itself, or a fresh PROD
+// that make_polynomial makes unique.
 word make_monomial(std::span<const std::pair<word, std::int32_t>> powers);
 
-// The polynomial of distinct terms in the order given.
+// The polynomial of distinct terms in the order given, made unique.
 word make_polynomial(std::span<const expanded_term> terms);
 
 // Arithmetic on canonical values.  Equal terms and bases are merged (by

@@ -16,7 +16,7 @@ detail::host_state& raw_state() noexcept {
 }
 
 void start(detail::host_state& s) {
-  s.buckets.assign(detail::initial_buckets, 0);
+  s.unique_slots.assign(detail::initial_unique_slots, {});
   s.unique_count = 0;
   detail::make_booleans();
 }
@@ -25,7 +25,7 @@ void start(detail::host_state& s) {
 
 detail::host_state& detail::state() noexcept {
   detail::host_state& s = raw_state();
-  if (s.buckets.empty()) start(s);
+  if (s.unique_slots.empty()) start(s);
   return s;
 }
 

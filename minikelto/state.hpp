@@ -2,7 +2,9 @@
 // internals shared by the object, callback and memory files.
 //
 // Invariant: every object in the unique table has bit 25 of its header set
-// and is linked into exactly one chain through its block's link word.
+// and sits in exactly one slot, with its hash beside it; the table is at most
+// half full, and every slot between an entry's home slot (its hash modulo the
+// table size) and the slot it sits in is occupied.
 #pragma once
 
 #include <csetjmp>
@@ -18,10 +20,17 @@
 namespace minikelto::detail {
 
 inline constexpr word unique_bit = 0x02000000u;
-inline constexpr std::size_t initial_buckets = 1024;  // a power of two
+inline constexpr std::size_t initial_unique_slots = 1024;  // a power of two
+
+// A slot of the unique table; handle 0 when empty.  The stored hash lets a
+// probe pass over other entries, and the table grow, without reading objects.
+struct unique_slot {
+  std::uint32_t hash = 0;
+  word handle = 0;
+};
 
 struct host_state {
-  std::vector<word> buckets;  // unique-table chains, heads by hash
+  std::vector<unique_slot> unique_slots;  // open addressing, linear probing
   std::size_t unique_count = 0;
   std::unordered_map<word, word> variables;
   std::map<std::string, word, std::less<>> levels;
@@ -42,12 +51,6 @@ host_state& state() noexcept;
 
 // Set from signal handlers, so kept outside the state record.
 extern volatile std::sig_atomic_t interrupt_requested;
-
-inline std::int32_t header_type_of(word header) noexcept { return static_cast<std::int32_t>(header) >> 26; }
-inline std::int32_t header_length_of(word header) noexcept { return static_cast<std::int32_t>(header & 0x1ffffffu); }
-inline word make_header(std::int32_t type, std::int32_t length) noexcept {
-  return (static_cast<word>(type) << 26) | static_cast<word>(length);
-}
 
 // Drops every unmarked object from the unique table (before a sweep).
 void drop_unmarked_from_unique_table() noexcept;

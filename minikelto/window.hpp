@@ -5,7 +5,7 @@
 // Blocks lie back to back from the window's base up to the allocation top,
 // each two header words and its payload, 8-byte aligned:
 //   word 0: block size in words (bits 0-28), free (bit 30), mark (bit 31)
-//   word 1: link (next free block, or next object in a unique-table chain)
+//   word 1: link (next free block)
 // A handle is the address of a payload.  Free payloads are poisoned under
 // AddressSanitizer; the window is a LeakSanitizer root region.
 #pragma once
@@ -17,10 +17,9 @@
 
 namespace minikelto::detail {
 
-// The one place where minikelto converts between words and addresses.
-inline word* address_of(word w) noexcept {
-  return reinterpret_cast<word*>(static_cast<std::uintptr_t>(w));
-}
+// Conversions between words and addresses in the window: object_words
+// (host.hpp) one way, word_of the other.
+inline word* address_of(word w) noexcept { return object_words(w); }
 inline word word_of(const void* p) noexcept {
   return static_cast<word>(reinterpret_cast<std::uintptr_t>(p));
 }
@@ -34,9 +33,6 @@ word* allocate_block(std::size_t words) noexcept;
 // True when w is the address of a payload in the allocated part of the window
 // as far as alignment and bounds tell.
 bool in_window(word w) noexcept;
-
-// The link word of a payload's block.
-inline word& block_link(word* payload) noexcept { return payload[-1]; }
 
 // Sets the mark of a payload's block; false when it was already set.
 inline bool mark_block(word* payload) noexcept {

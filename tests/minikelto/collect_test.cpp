@@ -69,6 +69,24 @@ TEST_F(collect_test, unreachable_objects_go_and_roots_keep_what_they_reach) {
   EXPECT_EQ(polynomial(60, 7), polynomial(60, 7));
 }
 
+TEST_F(collect_test, the_unique_table_finds_every_survivor_among_many_dropped) {
+  // Enough entries for the table to grow several times and form long probe
+  // runs; a collection empties two slots in three.
+  constexpr std::int32_t n = 30000;
+  auto monomial = [&](std::int32_t i) { return unique(prod({{name("x"), i + 2}, {name("y"), i % 7 + 1}})); };
+  std::vector<word> kept;
+  for (std::int32_t i = 0; i < n; ++i) {
+    const word m = monomial(i);
+    if (i % 3 == 0) kept.push_back(m);
+  }
+  minikelto::collect(kept);
+  for (std::int32_t i = 0; i < n; ++i) {
+    const word m = monomial(i);
+    if (i % 3 == 0) ASSERT_EQ(m, kept[static_cast<std::size_t>(i / 3)]) << i;
+    else ASSERT_EQ(monomial(i), m) << i;
+  }
+}
+
 TEST_F(collect_test, dropping_everything_returns_to_the_empty_window) {
   minikelto::collect();
   const std::size_t empty = minikelto::window_state().in_use;

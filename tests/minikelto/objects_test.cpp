@@ -52,6 +52,25 @@ TEST_F(objects_test, unique_merges_equal_expressions_children_first) {
   EXPECT_EQ(option("pack", 4), equation(name("pack"), integer(4)));
 }
 
+TEST_F(objects_test, a_large_sum_of_fresh_products_merges_equal_and_shared_children) {
+  // Children are looked up a chunk at a time: equal fresh products within a
+  // chunk and across chunks, and one product object met twice, become one.
+  const word x = name("x");
+  const word shared = prod({{x, 5}});
+  std::vector<std::pair<word, word>> terms;
+  for (std::int32_t i = 0; i < 100; ++i) terms.emplace_back(prod({{x, i % 9 + 2}}), integer(i + 1));
+  terms.emplace_back(shared, integer(1000));
+  terms.emplace_back(shared, integer(1001));
+  const word s = unique(minikelto::make_sum(terms));
+  const word* w = minikelto::object_words(s);
+  for (std::int32_t i = 0; i < 100; ++i) {
+    ASSERT_EQ(w[2 * i + 1], unique(prod({{x, i % 9 + 2}}))) << i;
+  }
+  EXPECT_EQ(w[2 * 100 + 1], unique(prod({{x, 5}})));
+  EXPECT_EQ(w[2 * 101 + 1], w[2 * 100 + 1]);
+  EXPECT_EQ(w[2 * 3 + 1], w[2 * 100 + 1]);
+}
+
 TEST_F(objects_test, unique_simplifies_single_pairs_and_leaves_arrays_alone) {
   const word x = name("x");
   EXPECT_EQ(unique(prod({{x, 1}})), x);
