@@ -7,6 +7,7 @@
 // parts are exact GMP integers until the result is written.
 #include "minikelto/polynomial.hpp"
 
+#include <algorithm>
 #include <stdexcept>
 #include <unordered_map>
 #include <vector>
@@ -34,6 +35,32 @@ struct integer {
 };
 
 bool is_one(word h) { return h == make_immediate(1); }
+
+// The order of the bases of a canonical product: names alphabetically, then
+// every other base in the order it came.  A product is one value whatever
+// order its factors were written in (x*y and y*x), so arithmetic compares
+// monomials only in this order.
+bool base_before(word a, word b) {
+  const bool a_name = is_name(a);
+  const bool b_name = is_name(b);
+  if (a_name != b_name) return a_name;
+  return a_name && name_text(a) < name_text(b);
+}
+
+std::vector<std::pair<word, word>> pairs_of(word h);
+
+// The canonical form of a term of a sum: a PROD with its bases in canonical
+// order (the same handle when they already are).
+word canonical_term(word term) {
+  if (type_of(term) != prod) return term;
+  std::vector<std::pair<word, word>> pairs = pairs_of(term);
+  const auto before = [](const std::pair<word, word>& a, const std::pair<word, word>& b) {
+    return base_before(a.first, b.first);
+  };
+  if (std::is_sorted(pairs.begin(), pairs.end(), before)) return term;
+  std::stable_sort(pairs.begin(), pairs.end(), before);
+  return unique(make_prod(pairs));
+}
 
 // The (term, coefficient) pairs of a SUM; a coefficient is any value.
 std::vector<std::pair<word, word>> pairs_of(word h) {
@@ -85,12 +112,12 @@ struct sum_builder {
           mpz_mul(c.z, c.z, t.z);
           add_constant(c);
         } else {
-          add_term(term, c);
+          add_term(canonical_term(term), c);
         }
       }
       return;
     }
-    add_term(h, scale);
+    add_term(canonical_term(h), scale);
   }
 
   word build() {
@@ -158,6 +185,10 @@ struct product_builder {
       const std::int64_t e = exponents.at(base);
       if (e != 0) pairs.emplace_back(base, make_immediate(static_cast<std::int32_t>(e)));
     }
+    std::stable_sort(pairs.begin(), pairs.end(),
+                     [](const std::pair<word, word>& a, const std::pair<word, word>& b) {
+                       return base_before(a.first, b.first);
+                     });
     word monomial = make_immediate(1);
     if (pairs.size() == 1 && is_one(pairs[0].second)) monomial = pairs[0].first;
     else if (!pairs.empty()) monomial = unique(make_prod(pairs));

@@ -1,8 +1,14 @@
 # Runs one golden script and compares its output with the stored one.
 #   cmake -DKELTO=... -DPLUGIN=... -DSCRIPT=name.kel -DSCRIPTS=dir [-DEMULATOR=...] -P run_golden.cmake
 # Set UPDATE=1 in the environment to rewrite the expected output instead.
+# A first line "# kelto: OPTIONS" gives the script options of its own.
+file(STRINGS ${SCRIPTS}/${SCRIPT} first_line LIMIT_COUNT 1)
+set(options "")
+if(first_line MATCHES "^# kelto: (.*)$")
+  separate_arguments(options UNIX_COMMAND "${CMAKE_MATCH_1}")
+endif()
 execute_process(
-  COMMAND ${EMULATOR} ${KELTO} -q --plugin ${PLUGIN} ${SCRIPT}
+  COMMAND ${EMULATOR} ${KELTO} -q ${options} --plugin ${PLUGIN} ${SCRIPT}
   WORKING_DIRECTORY ${SCRIPTS}
   OUTPUT_VARIABLE output ERROR_VARIABLE output
   RESULT_VARIABLE status)
