@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "host/memory.hpp"
@@ -50,8 +51,8 @@ const minikelto::plugin& linked_entries() {
 
 void check(bool ok, std::string_view problem, std::string_view detail) {
   if (ok) return;
-  std::fprintf(stderr, "fuzz check failed: %.*s\n%.*s\n", static_cast<int>(problem.size()), problem.data(),
-               static_cast<int>(detail.size()), detail.data());
+  const std::string text = "fuzz check failed: " + std::string(problem) + "\n" + std::string(detail) + "\n";
+  std::fputs(text.c_str(), stderr);
   std::abort();
 }
 
