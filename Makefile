@@ -87,7 +87,7 @@ memcheck: bootstrap build/memcheck/CMakeCache.txt
 	cmake --build build/memcheck -j $(JOBS)
 	@for s in $(MEMCHECK_SUITES); do \
 	  echo "memcheck: $$s"; \
-	  VORN_MEMCHECK=1 valgrind -q --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite \
+	  valgrind -q --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite \
 	    build/memcheck/bin/$$s --gtest_brief=1 || exit 1; \
 	done
 	@for h in $(FUZZ_HARNESSES); do \
