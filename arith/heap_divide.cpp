@@ -14,11 +14,17 @@
 // per non-leading term of B.
 //
 // Invariant: when a monomial reaches the root, every product equal to it is
-// in the heap.  A quotient stream starts when its quotient term is written,
-// below every monomial still to come; the divisor stream of B[j + 1] starts
-// (or restarts after running out of quotient terms) only when the stream of
-// B[j] is popped, and its product then lies below the monomial being
-// processed.
+// in the heap.  Streams wait for the stream before them: a quotient stream's
+// product q_i·B[j] enters only once q_i·B[j - 1] and q_{i-1}·B[j] have left
+// the heap, a divisor stream's B[j + 1]·q_k only once B[j + 1]·q_(k-1) and
+// B[j]·q_k have.  Both are larger (B and the quotient strictly decrease), so
+// the product enters below the monomial being processed and before its own
+// monomial can reach the root, and the heap holds only products that could be
+// next.  The passes, their counts and so the blocks and the switch are those
+// of eager insertion.  A divisor with repeated monomials would make equal
+// products wait into a later pass, so it takes the eager order: a quotient
+// stream walks on by itself, and the divisor stream of B[j + 1] (re)starts
+// whenever the stream of B[j] is popped.
 #include "arith/heap_divide.hpp"
 
 #include <algorithm>
@@ -42,8 +48,12 @@ struct div_stream : term_stream {
   const word* multiplier;   // the fixed term
   const term_block* block;  // what the cursor walks: B, or the quotient blocks from the switch on
   word* key;                // the current product's monomial, with several words per monomial
+  div_stream* before;       // the stream whose pops this one waits for, if any
+  div_stream* after;        // the stream waiting for this one's pops, if any
   std::int32_t position;    // terms of block taken; the cursor is term position - 1
-  bool successor;           // the next record of the array waits for this stream's pops
+  std::int32_t taken;       // terms of the whole walk taken; the current product is term taken - 1
+  std::int32_t passed;      // terms of the walk whose products have left the heap
+  bool waiting;             // its next product waits for before to pass it
   bool live;                // holds a current product
 };
 
@@ -61,6 +71,7 @@ inline bool advance(div_stream* s, std::ptrdiff_t stride) noexcept {
   }
   s->cursor = s->position == 0 ? s->block->terms : s->cursor + stride;
   ++s->position;
+  ++s->taken;
   s->live = true;
   return true;
 }
@@ -88,6 +99,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   const word guard = layout_guard(A.layout);
   const word* const b0 = B.terms;
   const term_block divisor{B.terms, B.layout, nB, nullptr};
+  const bool delayed = strictly_decreasing<Msize>({B.terms, nB}, shape_of(B.layout));
 
   // Coefficients may be unreduced or negative immediates.
   std::int32_t lead = coefficient_value(b0[m]) % p;
@@ -117,17 +129,24 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     for (std::int32_t i = 0; i < count; ++i) s[i].key = keys != nullptr ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
     return s;
   };
-  // Stream i multiplies slot i of the block by B[1 ...], once the slot is written.
-  auto start_quotient_streams = [&](div_stream* s, const term_block* block, std::int32_t count) {
+  // Stream i multiplies slot i of the block by B[1 ...], once the slot is
+  // written; it waits for the stream of the slot before (last is that
+  // stream, or null for the quotient's first slot).
+  auto start_quotient_streams = [&](div_stream* s, const term_block* block, std::int32_t count, div_stream* last) {
     for (std::int32_t i = 0; i < count; ++i) {
       s[i].next = nullptr;
       s[i].cursor = b0;
       s[i].multiplier = block->terms + static_cast<std::ptrdiff_t>(i) * stride;
       s[i].block = &divisor;
+      s[i].before = delayed ? (i == 0 ? last : s + (i - 1)) : nullptr;
+      s[i].after = delayed && i + 1 < count ? s + (i + 1) : nullptr;
       s[i].position = 1;
-      s[i].successor = false;
+      s[i].taken = 1;
+      s[i].passed = 1;
+      s[i].waiting = false;
       s[i].live = false;
     }
+    if (last != nullptr && delayed) last->after = s;
   };
 
   div_stream* streams = make_streams(cap0);
@@ -138,10 +157,20 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   current->count = 0;
   std::int32_t capacity = cap0;
   word* slot = current->terms;
-  start_quotient_streams(streams, current, cap0);
+  start_quotient_streams(streams, current, cap0, nullptr);
   bool switched = false;
 
   auto insert = [&](div_stream* s) { heap_insert(heap, heap.order.product_key(s->multiplier, s->cursor, s->key), s); };
+  // Inserts the stream's next product when the stream before it has passed
+  // that term, and marks it waiting otherwise.
+  // A quotient stream past B's last term is done and waits for nothing.
+  auto move_on = [&](div_stream* s) {
+    if (s->before != nullptr && s->before->passed <= s->taken) {
+      s->waiting = s->block != &divisor || s->taken < nB;
+      return;
+    }
+    if (advance(s, stride)) insert(s);
+  };
 
   acc96 acc;
   const word* a = A.terms;  // A[iA]
@@ -175,8 +204,9 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     }
     if (order <= 0) {
       term_stream* popped = heap_pop_equal(heap, current_monomial, [&](term_stream* t) {
-        const auto* s = static_cast<const div_stream*>(t);
+        auto* s = static_cast<div_stream*>(t);
         acc_sub_product(acc, coefficient_value(s->multiplier[m]), coefficient_value(s->cursor[m]));
+        s->passed = s->taken;
         ++k;
       });
       if constexpr (!order_type::copies_key) {
@@ -184,13 +214,22 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
         monomial_add<Msize>(current_monomial, first->multiplier, first->cursor, m);
       }
       monomial = current_monomial;
+      // Every popped stream has its passed count before any moves on, so a
+      // stream and the one before it popped together see each other's.
       while (popped != nullptr) {
         auto* s = static_cast<div_stream*>(popped);
         popped = popped->next;  // read before s goes back into the heap
-        if (advance(s, stride)) insert(s);
-        if (s->successor) {
-          div_stream* t = s + 1;
-          if (!t->live && advance(t, stride)) insert(t);
+        s->live = false;
+        div_stream* t = s->after;
+        if (delayed) {
+          if (t != nullptr && t->waiting && s->passed > t->taken) {
+            t->waiting = false;
+            if (advance(t, stride)) insert(t);
+          }
+          move_on(s);
+        } else {
+          if (advance(s, stride)) insert(s);
+          if (t != nullptr && !t->live && advance(t, stride)) insert(t);
         }
       }
     }
@@ -220,11 +259,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     ++current->count;
 
     if (!switched) {
-      if (nB >= 2) {
-        div_stream* s = streams + (current->count - 1);
-        advance(s, stride);
-        insert(s);
-      }
+      if (nB >= 2) move_on(streams + (current->count - 1));
     } else {
       div_stream* s = streams;  // the stream of B[1]
       if (!s->live && advance(s, stride)) insert(s);
@@ -235,6 +270,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       continue;
     }
 
+    const std::int32_t full = capacity;
     const std::int32_t newcap = grow_estimate(capacity, k);
     if (info_level > 3) host_printf(cbt, "alloc %d terms\n", static_cast<int>(newcap));
     term_block* next = alloc_term_block(newcap, A.layout, 1);
@@ -248,8 +284,9 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     if (!switched && nB >= 2) {
       if (nB - 1 > H + newcap) {
         regrow_heap(heap_array, heap, H + newcap);
+        div_stream* const last = streams + (full - 1);
         streams = make_streams(newcap);
-        start_quotient_streams(streams, current, newcap);
+        start_quotient_streams(streams, current, newcap, last);
         H += newcap;
       } else {
         // Quotient slots from here on get no stream of their own: one stream
@@ -265,8 +302,12 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
           streams[j].cursor = nullptr;
           streams[j].multiplier = b0 + static_cast<std::ptrdiff_t>(j + 1) * stride;
           streams[j].block = current;
+          streams[j].before = delayed && j > 0 ? streams + (j - 1) : nullptr;
+          streams[j].after = j + 1 < nB - 1 ? streams + (j + 1) : nullptr;
           streams[j].position = 0;
-          streams[j].successor = j + 1 < nB - 1;
+          streams[j].taken = 0;
+          streams[j].passed = 0;
+          streams[j].waiting = delayed && j > 0;
           streams[j].live = false;
         }
         switched = true;
