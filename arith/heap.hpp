@@ -91,6 +91,18 @@ struct key_order {
   }
   // The key of the product of two monomials, formed in buffer (msize words)
   // when keys are buffer addresses.
+  // With integer keys, the key of one term's monomial, and the key of a
+  // product from its factors' keys.
+  key_type term_key(const word* a) const noexcept
+    requires(Msize == 1)
+  {
+    return static_cast<std::int32_t>(a[0]);
+  }
+  key_type product_of_keys(key_type a, key_type b) const noexcept
+    requires(Msize == 1)
+  {
+    return static_cast<std::int32_t>(static_cast<word>(a) + static_cast<word>(b));
+  }
   key_type product_key(const word* a, const word* b, word* buffer) const noexcept {
     if constexpr (Msize == 1) {
       (void)buffer;
@@ -135,6 +147,11 @@ struct wide_key_order {
   key_type product_key(const word* a, const word* b, word*) const noexcept {
     return key_of(a[0] + b[0], a[1] + b[1]);
   }
+  key_type term_key(const word* a) const noexcept { return key_of(a); }
+  // For tdeg, w ^ flip is flip - w in 31 bits, so the complemented low
+  // words add to the complement of their sum plus flip; sums of exponents
+  // stay below the guard bits, so nothing carries out of the low half.
+  key_type product_of_keys(key_type a, key_type b) const noexcept { return a + b - flip; }
 };
 
 // True when, for tdeg monomials of three words, words 0 and 1 decide the

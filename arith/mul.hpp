@@ -23,13 +23,15 @@
 namespace vorn {
 
 // A stream of the product: the term of A it multiplies and the term of B it
-// stands at; with several words per monomial, also its own key buffer.
-// state = 2·(index in B of the next product to insert) + (1 when none of its
-// products is in the heap); used by the delayed order only.
+// stands at; with several words per monomial, also its own key buffer; with
+// integer keys, the key of its term of A.  state = 2·(index in B of the next
+// product to insert) + (1 when none of its products is in the heap); used by
+// the delayed order only.
 struct mul_stream : term_stream {
   const word* cursor;
   const word* multiplier;
   word* key;
+  std::uint64_t factor_key;
   std::int32_t state;
 };
 
@@ -74,8 +76,13 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   using entry = basic_heap_entry<typename order_type::key_type>;
   gateway_array<entry> heap_array;
   heap_array.data = static_cast<entry*>(gateway_take(static_cast<std::size_t>(nA), sizeof(entry)));
+  // Streams 0 ... nA - 1 between two sentinels whose states make the
+  // delayed order's tests of the neighbours hold at the ends without a check:
+  // the one before has passed every index, the one after waits for none.
   auto* const streams =
-      static_cast<mul_stream*>(scratch.take(static_cast<std::size_t>(nA), sizeof(mul_stream)));
+      static_cast<mul_stream*>(scratch.take(static_cast<std::size_t>(nA) + 2, sizeof(mul_stream))) + 1;
+  streams[-1].state = INT32_MAX;
+  streams[nA].state = 0;
   word* keys = nullptr;
   if constexpr (!order_type::integer_keys)
     keys = static_cast<word*>(
@@ -87,8 +94,17 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   };
   popped* queue =
       delayed ? static_cast<popped*>(scratch.take(static_cast<std::size_t>(nA), sizeof(popped))) : nullptr;
+  // Where the index in B of an inserted product is known (the first product,
+  // and every one in the delayed order), integer keys are summed from keys of
+  // the factors made once.
+  using key_type = typename order_type::key_type;
+  key_type* b_keys = nullptr;
 
   basic_term_heap<order_type> heap{heap_array.data, 0, {m, shape.tdeg}};
+  if constexpr (order_type::integer_keys) {
+    b_keys = static_cast<key_type*>(scratch.take(static_cast<std::size_t>(nB), sizeof(key_type)));
+    for (std::int32_t j = 0; j < nB; ++j) b_keys[j] = heap.order.term_key(B.terms + j * stride);
+  }
 
   std::int64_t remaining = static_cast<std::int64_t>(nA) * nB;
   std::int32_t capacity = first_block_terms(remaining);
@@ -100,6 +116,8 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
     streams[i].multiplier = A.terms + i * stride;
     streams[i].key = keys != nullptr ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
     streams[i].state = 1;
+    if constexpr (order_type::integer_keys)
+      streams[i].factor_key = static_cast<std::uint64_t>(heap.order.term_key(streams[i].multiplier));
   }
   mul_stream* const last_stream = streams + (nA - 1);
 
@@ -108,7 +126,10 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   auto insert_at = [&](mul_stream* s, std::int32_t j) {
     s->cursor = b_first + j * stride;
     s->state = 2 * (j + 1);
-    insert(s);
+    if constexpr (order_type::integer_keys)
+      heap_insert(heap, heap.order.product_of_keys(static_cast<key_type>(s->factor_key), b_keys[j]), s);
+    else
+      insert(s);
   };
 
   insert_at(streams, 0);
@@ -134,9 +155,9 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
         mul_stream* s = queue[q].s;
         const std::int32_t j = queue[q].j;
         // The next stream was waiting for this product.
-        if (s != last_stream && s[1].state == 2 * j + 1) insert_at(s + 1, j);
+        if (s[1].state == 2 * j + 1) insert_at(s + 1, j);
         // This stream moves on once the one before it has passed j + 1.
-        if (j + 1 < nB && (s->state & 1) != 0 && (s == streams || s[-1].state >= 2 * (j + 2) + 1))
+        if (j + 1 < nB && (s->state & 1) != 0 && s[-1].state >= 2 * (j + 2) + 1)
           insert_at(s, j + 1);
       }
     } else {
