@@ -131,7 +131,7 @@ std::vector<sweep_case> FaultSweep::cases() {
       {"repackvorn", 1, 0, nothing,
        [=, this] { return call("repackvorn", {big, funcall("plex", {name("t"), name("z"), name("y"), name("x")}), option("pack", 2), option("characteristic", 101)}); },
        container_answer, nothing},
-      {"mul_vorn", 7, 2, nothing, [=, this] { return call("mul_vorn", {p, A, B}); }, container_answer, nothing},
+      {"mul_vorn", 8, 2, nothing, [=, this] { return call("mul_vorn", {p, A, B}); }, container_answer, nothing},
       {"ads_vorn add", 3, 2, nothing, [=, this] { return call("ads_vorn", {p, integer(0), C, A}); }, container_answer, nothing},
       {"ads_vorn subtract", 3, 2, nothing, [=, this] { return call("ads_vorn", {p, integer(1), A, C}); }, container_answer, nothing},
       {"scl_vorn", 0, 0, nothing, [=, this] { return call("scl_vorn", {p, integer(-7), integer(12), C}); }, container_answer, nothing},
