@@ -1,15 +1,14 @@
 // Exact division: (Q·B)/B gives Q back in every order and width, wherever the
 // quotient heap switches to the divisor heap; Q·B + R is refused; sums of
 // thousands of products near p^2 stay exact; the entry's messages come in
-// their order; interrupts and failed allocations leave no memory behind.  On
-// 64-bit builds FLINT answers the same divisions.
+// their order.  On 64-bit builds FLINT answers the same divisions.
 #include <gtest/gtest.h>
 
 #include <map>
 #include <optional>
 #include <string>
 
-#include "arith/arith_util.hpp"
+#include "support/packed_terms.hpp"
 #include "arith/heap_divide.hpp"
 #include "arith/mul.hpp"
 #include "host/error.hpp"
@@ -338,60 +337,6 @@ TEST_F(DivisionEntry, MessagesInTheirOrder) {
   // A zero dividend answers true before p is looked at.
   EXPECT_EQ(call_ok("div_vorn", {integer(0), big, A}), minikelto::true_value());
   EXPECT_EQ(call_ok("div_vorn", {integer(-101), zero, A}), minikelto::true_value());
-}
-
-TEST_F(DivisionEntry, OutputNames) {
-  std::mt19937 rng(9);
-  const test_poly Q = random_poly(rng, rc, 40, 6, 1, 100);
-  const test_poly B = random_poly(rng, rc, 20, 6, 1, 100);
-  const word A = container(times(Q, B, rc, 101));
-  const word b = container(B);
-  const word one = name("one");
-  const word q = name("q");
-
-  EXPECT_EQ(call_ok("div_vorn", {integer(101), A, b, one, q}), minikelto::true_value());
-  EXPECT_EQ(minikelto::value_of(one), integer(1));
-  const term_block view = read_container(cbt(), *minikelto::value_of(q));
-  EXPECT_EQ(std::vector<word>(view.terms, view.terms + Q.packed.size()), Q.packed);
-  EXPECT_EQ(view.count, static_cast<std::int32_t>(Q.terms.size()));
-
-  // Arguments that are not names are ignored; so are arguments after the fifth.
-  EXPECT_EQ(call_ok("div_vorn", {integer(101), A, b, integer(3), integer(4), q}), minikelto::true_value());
-  // False assigns nothing; a zero dividend goes to the fourth name only.
-  const word r = name("r");
-  const word s = name("s");
-  EXPECT_EQ(call_ok("div_vorn", {integer(101), container(plus(times(Q, B, rc, 101), from_terms({{{0, 0, 0}, 1}}, rc),
-                                                                rc, 101)),
-                                 b, r, s}),
-            minikelto::false_value());
-  EXPECT_FALSE(minikelto::value_of(r));
-  const word zero = container(test_poly{});
-  EXPECT_EQ(call_ok("div_vorn", {integer(101), zero, b, r, s}), minikelto::true_value());
-  EXPECT_EQ(minikelto::value_of(r), zero);
-  EXPECT_FALSE(minikelto::value_of(s));
-}
-
-TEST_F(DivisionEntry, InterruptAndFailedAllocationLeaveNoMemory) {
-  std::mt19937 rng(3);
-  const test_poly Q = random_poly(rng, rc, 600, 12, 1, 100);
-  const test_poly B = random_poly(rng, rc, 50, 12, 1, 100);
-  const word A = container(times(Q, B, rc, 101));
-  const word b = container(B);
-  const std::int64_t live = gateway_state().live_blocks;
-
-  interrupt_from_poll(1);
-  EXPECT_EQ(call_error("div_vorn", {integer(101), A, b, name("one"), name("q")}), "Interrupted");
-  EXPECT_EQ(gateway_state().live_blocks, live);
-  interrupt_from_poll(0);
-
-  for (std::int64_t n = 1;; ++n) {
-    gateway_fail_at(n);
-    const minikelto::call_result r = call("div_vorn", {integer(101), A, b, name("one"), name("q")});
-    gateway_fail_at(0);
-    ASSERT_EQ(gateway_state().live_blocks, live) << "allocation " << n;
-    if (r.ok) break;
-    ASSERT_EQ(r.error, "out of memory") << "allocation " << n;
-  }
 }
 
 }  // namespace

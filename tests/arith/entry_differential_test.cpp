@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "arith_util.hpp"
 #include "entry_test_util.hpp"
 
 namespace {
@@ -93,22 +92,14 @@ class EntryDifferential : public entry_test {
     EXPECT_EQ(call_ok("vorn2kelto", {wide}), call_ok("vorn2kelto", {P}));
 
 #if defined(VORN_HAVE_FLINT)
-    vorn::test::flint_context ctx(n, p);
-    vorn::test::flint_poly FA(ctx), FB(ctx), expected(ctx), got(ctx);
-    vorn::test::to_flint(FA, vorn::read_container(cbt(), A), rs.order, n, p);
-    vorn::test::to_flint(FB, vorn::read_container(cbt(), B), rs.order, n, p);
-    const auto same = [&](word R, const char* what) {
-      vorn::test::to_flint(got, vorn::read_container(cbt(), R), rs.order, n, p);
-      EXPECT_TRUE(nmod_mpoly_equal(expected.a, got.a, ctx.ctx)) << what << " differs from FLINT's";
-    };
-    nmod_mpoly_mul_johnson(expected.a, FA.a, FB.a, ctx.ctx);
-    same(P, "the product");
-    nmod_mpoly_add(expected.a, FA.a, FB.a, ctx.ctx);
-    same(S, "the sum");
-    nmod_mpoly_sub(expected.a, FA.a, FB.a, ctx.ctx);
-    same(D, "the difference");
-    nmod_mpoly_scalar_mul_ui(expected.a, FA.a, static_cast<ulong>(c), ctx.ctx);
-    same(C, "the scaled polynomial");
+    expect_flint(P, A, B, rs.order, n, p, nmod_mpoly_mul_johnson, "the product");
+    expect_flint(S, A, B, rs.order, n, p, nmod_mpoly_add, "the sum");
+    expect_flint(D, A, B, rs.order, n, p, nmod_mpoly_sub, "the difference");
+    expect_flint(C, A, A, rs.order, n, p,
+                 [c](nmod_mpoly_t out, const nmod_mpoly_t a, const nmod_mpoly_t, const nmod_mpoly_ctx_t x) {
+                   nmod_mpoly_scalar_mul_ui(out, a, static_cast<ulong>(c), x);
+                 },
+                 "the scaled polynomial");
 #endif
   }
 };
@@ -159,13 +150,7 @@ TEST_F(EntryDifferential, DenseFourVariableProductHasItsKnownTermCount) {
   const vorn::container_fault fault = vorn::check_container(cbt(), P, {32003, true});
   EXPECT_TRUE(fault.ok()) << fault.problem;
 #if defined(VORN_HAVE_FLINT)
-  vorn::test::flint_context ctx(4, 32003);
-  vorn::test::flint_poly FA(ctx), FB(ctx), expected(ctx), got(ctx);
-  vorn::test::to_flint(FA, vorn::read_container(cbt(), A), monomial_order::tdeg, 4, 32003);
-  vorn::test::to_flint(FB, vorn::read_container(cbt(), B), monomial_order::tdeg, 4, 32003);
-  nmod_mpoly_mul_johnson(expected.a, FA.a, FB.a, ctx.ctx);
-  vorn::test::to_flint(got, vorn::read_container(cbt(), P), monomial_order::tdeg, 4, 32003);
-  EXPECT_TRUE(nmod_mpoly_equal(expected.a, got.a, ctx.ctx));
+  expect_flint(P, A, B, monomial_order::tdeg, 4, 32003, nmod_mpoly_mul_johnson, "the product");
 #endif
 }
 
@@ -192,13 +177,7 @@ TEST_F(EntryDifferential, SparseFiveVariableProductHasItsKnownTermCounts) {
     const word P = call_ok("mul_vorn", {integer(p), A, B});
     EXPECT_EQ(term_count(P), count);
 #if defined(VORN_HAVE_FLINT)
-    vorn::test::flint_context ctx(5, p);
-    vorn::test::flint_poly FA(ctx), FB(ctx), expected(ctx), got(ctx);
-    vorn::test::to_flint(FA, vorn::read_container(cbt(), A), monomial_order::plex, 5, p);
-    vorn::test::to_flint(FB, vorn::read_container(cbt(), B), monomial_order::plex, 5, p);
-    nmod_mpoly_mul_johnson(expected.a, FA.a, FB.a, ctx.ctx);
-    vorn::test::to_flint(got, vorn::read_container(cbt(), P), monomial_order::plex, 5, p);
-    EXPECT_TRUE(nmod_mpoly_equal(expected.a, got.a, ctx.ctx));
+    expect_flint(P, A, B, monomial_order::plex, 5, p, nmod_mpoly_mul_johnson, "the product");
 #endif
   }
 }

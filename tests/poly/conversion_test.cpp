@@ -14,7 +14,7 @@
 
 #include "host/frame.hpp"
 #include "host/memory.hpp"
-#include "layout_util.hpp"
+#include "support/packed_terms.hpp"
 #include "minikelto/expand.hpp"
 #include "poly/container.hpp"
 #include "poly/container_check.hpp"

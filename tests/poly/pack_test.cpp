@@ -5,14 +5,13 @@
 #include <random>
 #include <vector>
 
-#include "layout_util.hpp"
+#include "support/packed_terms.hpp"
 #include "poly/monomial.hpp"
 #include "poly/pack.hpp"
 
 namespace vorn {
 namespace {
 
-using test::local_layout;
 using exponents = std::vector<std::uint32_t>;
 
 constexpr monomial_order all_orders[] = {monomial_order::plex, monomial_order::grlex, monomial_order::tdeg};
@@ -32,8 +31,6 @@ TEST(PackedEncoding, WorkedExamplesGiveTheExactWords) {
   EXPECT_EQ(packed(monomial_order::plex, x2z5, 4), (std::vector<word>{0x02000500u}));
   EXPECT_EQ(packed(monomial_order::grlex, x2z5, 4), (std::vector<word>{0x07020005u}));
   EXPECT_EQ(packed(monomial_order::tdeg, x2z5, 4), (std::vector<word>{0x07020200u, 0x05000200u}));
-  EXPECT_EQ(local_layout(monomial_order::tdeg, 3, 4),
-            (std::vector<word>{2, 0x80000008u, 0x80808080u, 0x80808080u}));
 
   const exponents five = {1, 2, 3, 4, 5};
   EXPECT_EQ(packed(monomial_order::plex, five, 2), (std::vector<word>{0x00010002u, 0x00030004u, 0x00050000u}));
@@ -95,7 +92,7 @@ TEST(PackedEncoding, RoundTripAndOrderForEveryPackOrderAndWidth) {
         const unsigned seed = static_cast<unsigned>(pack * 1000 + n * 10 + static_cast<int>(order));
         std::mt19937 rng(seed);
         const int shift = pack_shift(pack);
-        const std::vector<word> layout = local_layout(order, n, pack);
+        const std::vector<word> layout = test::test_layout(order, n, pack);
         const int msize = layout_msize(layout.data());
         const auto vectors = sample_vectors(order, n, shift, rng, random_count);
         std::vector<std::vector<word>> words;
@@ -113,54 +110,6 @@ TEST(PackedEncoding, RoundTripAndOrderForEveryPackOrderAndWidth) {
             ASSERT_EQ(test::sign(compare_monomials(words[i].data(), words[j].data(), layout.data())),
                       test::reference_compare(order, vectors[i], vectors[j]))
                 << "seed " << seed << " pair " << i << ", " << j;
-      }
-    }
-  }
-}
-
-TEST(MonomialWords, MaximaSumsAndBorrowsAgainstTheGuards) {
-  std::mt19937 rng(7);
-  for (int pack : {1, 2, 3, 4, 5, 7, 9, 12}) {
-    const int shift = pack_shift(pack);
-    const int n = 7;
-    const auto layout = local_layout(monomial_order::plex, n, pack);
-    const int msize = layout_msize(layout.data());
-    const word guard = layout_guard(layout.data());
-    const std::uint32_t limit = static_cast<std::uint32_t>((std::uint64_t{1} << (shift - 1)) - 1);
-    std::uniform_int_distribution<std::uint32_t> field(0, limit);
-
-    std::vector<word> terms;
-    exponents largest(n, 0);
-    std::vector<exponents> vectors;
-    for (int t = 0; t < 20; ++t) {
-      exponents e(n);
-      for (int i = 0; i < n; ++i) {
-        e[static_cast<std::size_t>(i)] = field(rng);
-        largest[static_cast<std::size_t>(i)] = std::max(largest[static_cast<std::size_t>(i)], e[static_cast<std::size_t>(i)]);
-      }
-      const auto w = packed(monomial_order::plex, e, pack);
-      terms.insert(terms.end(), w.begin(), w.end());
-      terms.push_back(3);  // coefficient
-      vectors.push_back(e);
-    }
-    std::vector<word> maxima(static_cast<std::size_t>(msize));
-    field_maxima<0>(maxima.data(), terms.data(), 20, msize, shift);
-    EXPECT_EQ(maxima, packed(monomial_order::plex, largest, pack)) << "pack " << pack;
-
-    for (std::size_t a = 0; a < vectors.size(); ++a) {
-      for (std::size_t b = 0; b < vectors.size(); ++b) {
-        bool carry = false, borrow = false;
-        for (int i = 0; i < n; ++i) {
-          carry |= std::uint64_t{vectors[a][static_cast<std::size_t>(i)]} + vectors[b][static_cast<std::size_t>(i)] > limit;
-          borrow |= vectors[a][static_cast<std::size_t>(i)] < vectors[b][static_cast<std::size_t>(i)];
-        }
-        const word* A = terms.data() + a * static_cast<std::size_t>(msize + 1);
-        const word* B = terms.data() + b * static_cast<std::size_t>(msize + 1);
-        std::vector<word> r(static_cast<std::size_t>(msize) + 1);
-        monomial_add<0>(r.data(), A, B, msize);
-        EXPECT_EQ(has_guard_bit<0>(r.data(), guard, msize), carry) << "pack " << pack;
-        monomial_sub<0>(r.data(), A, B, msize);
-        EXPECT_EQ(has_guard_bit<0>(r.data(), guard, msize), borrow) << "pack " << pack;
       }
     }
   }

@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "layout_util.hpp"
+#include "support/packed_terms.hpp"
 #include "poly/monomial.hpp"
 #include "poly/sort.hpp"
 
@@ -116,51 +116,10 @@ TEST_P(SortTerms, ShellSortTakesOverWhenTheBudgetRunsOut) {
     }
     expect_sorted(a, before, "budget-limited sort");
   }
-  // Both plain sorts on their own, below and above the 256-term start.
-  for (std::int32_t n2 : {200, 3000}) {
-    term_array a = make_terms(msize, true, n2, shape::few_distinct, rng);
-    const std::uint64_t before = fingerprint(a);
-    shell_sort_terms(a.words.data(), a.layout.data(), n2);
-    expect_sorted(a, before, "shell_sort_terms");
-    term_array b = make_terms(msize, true, n2 / 10, shape::random, rng);
-    const std::uint64_t before_b = fingerprint(b);
-    insertion_sort_terms(b.words.data(), b.layout.data(), n2 / 10);
-    expect_sorted(b, before_b, "insertion_sort_terms");
-  }
 }
 
 // One, two, three (the fixed widths) and five words per monomial (any width).
 INSTANTIATE_TEST_SUITE_P(WordsPerMonomial, SortTerms, ::testing::Values(1, 2, 3, 5));
-
-TEST(SortTermsSmall, InsertionSortKeepsEqualMonomialsInInputOrder) {
-  std::vector<word> layout = {1, 32, 0x80000000u};
-  std::vector<word> terms = {4, 11, 7, 12, 4, 13, 7, 14, 9, 15};
-  insertion_sort_terms(terms.data(), layout.data(), 5);
-  EXPECT_EQ(terms, (std::vector<word>{9, 15, 7, 12, 7, 14, 4, 11, 4, 13}));
-}
-
-TEST(SortTermsSmall, GradedOrdersOfPackedTerms) {
-  // x*z, y^2, x^2 in (x, y, z), pack 4, coefficients 1, 2, 3.
-  for (monomial_order order : {monomial_order::grlex, monomial_order::tdeg}) {
-    const auto layout = test::local_layout(order, 3, 4);
-    const int msize = layout_msize(layout.data());
-    const std::vector<std::vector<std::uint32_t>> e = {{1, 0, 1}, {0, 2, 0}, {2, 0, 0}};
-    std::vector<word> terms(3 * static_cast<std::size_t>(msize + 1), 0);
-    for (std::size_t t = 0; t < 3; ++t) {
-      word* at = terms.data() + t * static_cast<std::size_t>(msize + 1);
-      pack_routine_of(order)(at, e[t].data(), 3, 8);
-      at[msize] = static_cast<word>(2 * (t + 1) + 1);
-    }
-    sort_terms(terms.data(), layout.data(), 0, 2, 3);
-    std::vector<word> coefficients;
-    for (std::size_t t = 0; t < 3; ++t) coefficients.push_back(terms[t * static_cast<std::size_t>(msize + 1) + static_cast<std::size_t>(msize)]);
-    // grlex: x^2, x*z, y^2; tdeg: x^2, y^2, x*z.
-    if (order == monomial_order::grlex)
-      EXPECT_EQ(coefficients, (std::vector<word>{7, 3, 5}));
-    else
-      EXPECT_EQ(coefficients, (std::vector<word>{7, 5, 3}));
-  }
-}
 
 }  // namespace
 }  // namespace vorn

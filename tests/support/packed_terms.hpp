@@ -1,6 +1,7 @@
-// Test polynomials for the kernels, built without a host: random exponent
-// vectors packed with the library's pack routines, the reference orders on
-// exponent vectors, and a sink that keeps the blocks in test memory.
+// Packed terms built in test memory, without a host: layout records, the
+// orders computed from exponent vectors alone (the reference every packed
+// comparison must agree with), random polynomials packed with the library's
+// routines, and a sink that keeps the blocks a kernel writes.
 #pragma once
 
 #include <algorithm>
@@ -28,14 +29,15 @@ struct ring_case {
   int pack;
 };
 
-inline std::vector<word> make_test_layout(const ring_case& rc) {
-  const int shift = pack_shift(rc.pack);
-  const int msize = layout_msize(rc.order, rc.n, rc.pack);
+inline std::vector<word> test_layout(monomial_order order, int n, int pack) {
+  const int shift = pack_shift(pack);
+  const int msize = layout_msize(order, n, pack);
   std::vector<word> layout(static_cast<std::size_t>(layout_words(msize)), guard_mask(shift));
   layout[0] = static_cast<word>(msize);
-  layout[1] = static_cast<word>(shift) | (rc.order == monomial_order::tdeg ? tdeg_flag : 0u);
+  layout[1] = static_cast<word>(shift) | (order == monomial_order::tdeg ? tdeg_flag : 0u);
   return layout;
 }
+inline std::vector<word> make_test_layout(const ring_case& rc) { return test_layout(rc.order, rc.n, rc.pack); }
 
 // Positive when a is greater than b in the order, from the exponents alone.
 inline int reference_compare(monomial_order order, const exponents& a, const exponents& b) {
@@ -53,6 +55,8 @@ inline int reference_compare(monomial_order order, const exponents& a, const exp
     if (a[i] != b[i]) return a[i] > b[i] ? 1 : -1;
   return 0;
 }
+
+inline int sign(std::int64_t v) { return (v > 0) - (v < 0); }
 
 struct decreasing {
   monomial_order order;
