@@ -87,32 +87,6 @@ TEST_F(collect_test, the_unique_table_finds_every_survivor_among_many_dropped) {
   }
 }
 
-TEST_F(collect_test, dropping_everything_returns_to_the_empty_window) {
-  minikelto::collect();
-  const std::size_t empty = minikelto::window_state().in_use;
-  const word f = name("f");
-  minikelto::assign(f, polynomial(100, 1));
-  minikelto::unassign(f);
-  minikelto::collect();
-  EXPECT_EQ(minikelto::window_state().in_use, empty);
-}
-
-TEST_F(collect_test, repeated_build_and_drop_does_not_grow_the_window) {
-  std::size_t first_high_water = 0;
-  for (int round = 0; round < 30; ++round) {
-    SCOPED_TRACE(round);
-    const word p = polynomial(300, round + 1);
-    const word a = minikelto::make_array(5000 + 10 * round);  // sizes that differ every round
-    minikelto::assign(name("p"), p);
-    minikelto::assign(name("a"), a);
-    minikelto::unassign(name("p"));
-    minikelto::unassign(name("a"));
-    minikelto::collect();
-    if (round == 0) first_high_water = minikelto::window_state().high_water;
-  }
-  EXPECT_LE(minikelto::window_state().high_water, 2 * first_high_water);
-}
-
 using collect_death_test = collect_test;
 
 TEST_F(collect_death_test, collect_refuses_to_run_inside_an_entry_call) {
@@ -123,23 +97,5 @@ TEST_F(collect_death_test, collect_refuses_to_run_inside_an_entry_call) {
   };
   EXPECT_DEATH(minikelto::call_protected(body, nullptr), "during an entry call");
 }
-
-TEST_F(collect_death_test, an_exhausted_window_ends_the_process_with_a_message) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  // Untouched arrays cost address space, not memory.
-  auto fill = [] {
-    for (int i = 0; i < 16; ++i) minikelto::make_array(1 << 27);
-  };
-  EXPECT_DEATH(fill(), "object window exhausted");
-}
-
-#if defined(__SANITIZE_ADDRESS__)
-TEST_F(collect_death_test, reclaimed_objects_are_poisoned) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const word dead = unique(prod({{name("x"), 3}}));
-  minikelto::collect();
-  EXPECT_DEATH(std::printf("%u\n", minikelto::object_words(dead)[1]), "use-after-poison");
-}
-#endif
 
 }  // namespace

@@ -23,21 +23,6 @@ word poll_until_interrupted(const vorn_callback_table* cbt, word) noexcept {
   }
 }
 
-word echo_level(const vorn_callback_table* cbt, word) noexcept {
-  const word v = vorn::host_eval_string(*cbt, "infolevel[vorn]");
-  if (vorn::host_is_integer(*cbt, v)) {
-    vorn::host_printf(*cbt, "level %d, %.3f sec, %ld terms", vorn::host_to_int32(*cbt, v), 0.25, 12L);
-    vorn::host_printf(*cbt, "\n");
-  }
-  return v;
-}
-
-word assign_pair(const vorn_callback_table* cbt, word args) noexcept {
-  vorn::host_assign(*cbt, vorn::object_word(args, 1), vorn::host_to_boolean(*cbt, 1));
-  vorn::host_assign(*cbt, vorn::object_word(args, 2), vorn::host_to_boolean(*cbt, 0));
-  return vorn::immediate_one;
-}
-
 class entry_call_test : public host_test {};
 
 TEST_F(entry_call_test, a_raise_reaches_the_caller_and_the_host_goes_on) {
@@ -70,50 +55,10 @@ TEST_F(entry_call_test, the_interrupt_countdown_answers_from_the_nth_poll_on) {
   EXPECT_EQ(poll_until_interrupted(&cbt(), args), vorn::make_immediate(1));
 }
 
-TEST_F(entry_call_test, printf_and_the_info_level_reach_the_host) {
-  const minikelto::plugin p = minikelto::static_plugin(
-      std::vector<minikelto::plugin_symbol>{{"echo_level", reinterpret_cast<minikelto::any_fn>(&echo_level)}});
-  const minikelto::call_result unset = minikelto::call_entry(p, "echo_level", {});
-  ASSERT_TRUE(unset.ok);
-  EXPECT_TRUE(minikelto::is_name(unset.value)) << "an unassigned level is not an integer";
-  EXPECT_EQ(output(), "");
-
-  set_info_level(3);
-  EXPECT_EQ(minikelto::call_entry(p, "echo_level", {}).value, vorn::make_immediate(3));
-  EXPECT_EQ(output(), "level 3, 0.250 sec, 12 terms\n");
-
-  // A front end's evaluator takes over every text.
-  minikelto::set_evaluator([](const char*) { return minikelto::make_immediate(9); });
-  EXPECT_EQ(vorn::host_eval_string(cbt(), "anything"), vorn::make_immediate(9));
-  minikelto::set_evaluator(nullptr);
-}
-
-TEST_F(entry_call_test, assign_and_booleans) {
-  const word q = name("q");
-  const word r = minikelto::make_nameref("r");
-  const minikelto::plugin p = minikelto::static_plugin(
-      std::vector<minikelto::plugin_symbol>{{"assign_pair", reinterpret_cast<minikelto::any_fn>(&assign_pair)}});
-  ASSERT_TRUE(minikelto::call_entry(p, "assign_pair", std::vector<word>{q, r}).ok);
-  EXPECT_EQ(minikelto::value_of(q), minikelto::true_value());
-  EXPECT_EQ(minikelto::value_of(r), minikelto::false_value());
-  EXPECT_EQ(text(*minikelto::value_of(q)), "true");
-  EXPECT_FALSE(minikelto::value_of(name("unassigned")).has_value());
-}
-
-TEST_F(entry_call_test, statically_linked_entries_are_called_by_name) {
-  ASSERT_TRUE(has_entry("num_cpus"));
-  EXPECT_EQ(call_ok("num_cpus", {integer(8)}), vorn::make_immediate(1));
-  EXPECT_EQ(call_error("num_cpus", {name("x")}), "first argument must be an immediate integer");
-}
-
-TEST_F(entry_call_test, a_plugin_that_cannot_be_loaded_says_why) {
+TEST_F(entry_call_test, the_shared_plugin_loads_and_its_entries_run) {
   std::string error;
   EXPECT_FALSE(minikelto::load_plugin("/nonexistent/libvorn.so", &error).has_value());
   EXPECT_NE(error.find("/nonexistent/libvorn.so"), std::string::npos) << error;
-}
-
-TEST_F(entry_call_test, the_shared_plugin_loads_and_its_entries_run) {
-  std::string error;
   std::optional<minikelto::plugin> p = minikelto::load_plugin(VORN_PLUGIN_PATH, &error);
   ASSERT_TRUE(p.has_value()) << error;
   EXPECT_EQ(minikelto::find_symbol(*p, "no_such_entry"), nullptr);
