@@ -187,7 +187,7 @@ void make_children_unique(word* w, std::int32_t length) {
   };
   host_state& s = state();
   for (std::int32_t from = 1; from < length; from += chunk) {
-    pending todo[chunk];
+    pending lookups[chunk];
     std::int32_t count = 0;
     for (std::int32_t i = from; i < length && i < from + chunk; ++i) {
       if (w[i] == 0 || is_unique(w[i])) continue;
@@ -196,10 +196,10 @@ void make_children_unique(word* w, std::int32_t length) {
       if (!child.look_up) continue;
       const std::uint32_t hash = hash_object(child.handle);
       __builtin_prefetch(&s.unique_slots[hash & (s.unique_slots.size() - 1)]);
-      todo[count++] = {i, hash};
+      lookups[count++] = {i, hash};
     }
     // A child met twice in one chunk is entered the first time and found the second.
-    for (std::int32_t k = 0; k < count; ++k) w[todo[k].index] = intern(w[todo[k].index], todo[k].hash);
+    for (std::int32_t k = 0; k < count; ++k) w[lookups[k].index] = intern(w[lookups[k].index], lookups[k].hash);
   }
 }
 
