@@ -82,7 +82,7 @@ fuzz: bootstrap build/fuzz/CMakeCache.txt
 # build: valgrind and the sanitizers do not mix).
 MEMCHECK_SUITES := host_tests minikelto_tests poly_tests conversion_tests arith_tests lang_tests hardening_tests
 build/memcheck/CMakeCache.txt:
-	cmake -S . -B build/memcheck -DCMAKE_BUILD_TYPE=Debug $(CMAKE_FLAGS)
+	cmake -S . -B build/memcheck -DCMAKE_BUILD_TYPE=Debug -DVORN_SMALL_TESTS=ON $(CMAKE_FLAGS)
 memcheck: bootstrap build/memcheck/CMakeCache.txt
 	cmake --build build/memcheck -j $(JOBS)
 	@for s in $(MEMCHECK_SUITES); do \

@@ -15,7 +15,7 @@
 
 namespace vorn::test {
 
-#if defined(__SANITIZE_ADDRESS__) || UINTPTR_MAX == 0xffffffffu
+#if defined(__SANITIZE_ADDRESS__) || UINTPTR_MAX == 0xffffffffu || defined(VORN_SMALL_TESTS)
 inline constexpr bool small_tests = true;
 #else
 inline constexpr bool small_tests = false;
