@@ -28,27 +28,6 @@ std::int64_t byte_source::range(std::int64_t lo, std::int64_t hi) noexcept {
   return lo + static_cast<std::int64_t>(v % span);
 }
 
-namespace {
-template <class Fn>
-minikelto::any_fn symbol(Fn fn) {
-  return reinterpret_cast<minikelto::any_fn>(fn);
-}
-}  // namespace
-
-const minikelto::plugin& linked_entries() {
-  static const minikelto::plugin linked = [] {
-    const minikelto::plugin_symbol symbols[] = {
-        {"num_cpus", symbol(&num_cpus)},     {"kelto2vorn", symbol(&kelto2vorn)},
-        {"vorn2kelto", symbol(&vorn2kelto)}, {"repackvorn", symbol(&repackvorn)},
-        {"mul_vorn", symbol(&mul_vorn)},     {"ads_vorn", symbol(&ads_vorn)},
-        {"scl_vorn", symbol(&scl_vorn)},     {"div_vorn", symbol(&div_vorn)},
-        {"export_vorn_frac", symbol(&export_vorn_frac)},
-    };
-    return minikelto::static_plugin(symbols);
-  }();
-  return linked;
-}
-
 void check(bool ok, std::string_view problem, std::string_view detail) {
   if (ok) return;
   const std::string text = "fuzz check failed: " + std::string(problem) + "\n" + std::string(detail) + "\n";
@@ -131,7 +110,7 @@ input_scope::~input_scope() {
 }
 
 minikelto::call_result call(std::string_view entry, std::initializer_list<word> arguments) {
-  minikelto::call_result r = minikelto::call_entry(linked_entries(), entry, arguments);
+  minikelto::call_result r = minikelto::call_entry(linked_plugin(), entry, arguments);
   if (!r.ok) check(known_message(r.error), "an entry raised an unknown message", std::string(entry) + ": " + r.error);
   // Output of diagnostics is not looked at; keep the buffer small.
   minikelto::take_output();

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "minikelto/host.hpp"
+#include "support/linked_plugin.hpp"
 
 namespace vorn::fuzz {
 
@@ -33,8 +34,6 @@ struct byte_source {
   bool empty() const noexcept { return at >= size; }
 };
 
-// Every entry of vorn.h, linked statically.
-const minikelto::plugin& linked_entries();
 
 // Prints the problem and aborts when ok is false.
 void check(bool ok, std::string_view problem, std::string_view detail = {});

@@ -197,7 +197,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const int options = static_cast<int>(in.range(0, 3));
   for (int i = 0; i < options; ++i) args.push_back(g.option(pack, p));
 
-  const minikelto::call_result r = minikelto::call_entry(vorn::fuzz::linked_entries(), "kelto2vorn", args);
+  const minikelto::call_result r = minikelto::call_entry(linked_plugin(), "kelto2vorn", args);
   minikelto::take_output();
   if (!r.ok) {
     vorn::fuzz::check(vorn::fuzz::known_message(r.error), "kelto2vorn raised an unknown message", r.error);
@@ -231,7 +231,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::int32_t p2 = p;
   const int roptions = static_cast<int>(in.range(0, 2));
   for (int i = 0; i < roptions; ++i) rargs.push_back(g.option(pack2, p2));
-  const minikelto::call_result rr = minikelto::call_entry(vorn::fuzz::linked_entries(), "repackvorn", rargs);
+  const minikelto::call_result rr = minikelto::call_entry(linked_plugin(), "repackvorn", rargs);
   minikelto::take_output();
   if (!rr.ok) {
     vorn::fuzz::check(vorn::fuzz::known_message(rr.error), "repackvorn raised an unknown message", rr.error);

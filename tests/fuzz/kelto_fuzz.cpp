@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::FILE* err = std::tmpfile();
   vorn::fuzz::check(out != nullptr && err != nullptr, "no temporary files");
   {
-    std::vector<minikelto::plugin_symbol> symbols = vorn::fuzz::linked_entries().symbols;
+    std::vector<minikelto::plugin_symbol> symbols = linked_plugin().symbols;
     minikelto::lang::session s(minikelto::static_plugin(symbols), {false, out, err});
     s.run(text, "fuzz.kel");
     std::fflush(out);

@@ -13,10 +13,7 @@
 #include <utility>
 
 #include "minikelto/host.hpp"
-
-// Every entry of vorn.h linked into this test program (entries not built yet
-// are absent).
-const minikelto::plugin& linked_plugin();
+#include "support/linked_plugin.hpp"
 
 class host_test : public ::testing::Test {
  protected:

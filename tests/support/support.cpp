@@ -1,43 +1,9 @@
-// The shared test fixture's implementation and the statically linked plug-in.
+// The shared test fixture's implementation.
 #include "support/host_fixture.hpp"
 
 #include "host/frame.hpp"
 #include "host/memory.hpp"
 #include "vorn.h"
-
-// Entries not built yet stay null instead of failing the link.
-#pragma weak num_cpus
-#pragma weak kelto2vorn
-#pragma weak vorn2kelto
-#pragma weak repackvorn
-#pragma weak mul_vorn
-#pragma weak ads_vorn
-#pragma weak scl_vorn
-#pragma weak div_vorn
-#pragma weak export_vorn_frac
-
-namespace {
-
-template <class Fn>
-minikelto::any_fn symbol(Fn fn) {
-  return reinterpret_cast<minikelto::any_fn>(fn);
-}
-
-}  // namespace
-
-const minikelto::plugin& linked_plugin() {
-  static const minikelto::plugin linked = [] {
-    const minikelto::plugin_symbol symbols[] = {
-        {"num_cpus", symbol(&num_cpus)},     {"kelto2vorn", symbol(&kelto2vorn)},
-        {"vorn2kelto", symbol(&vorn2kelto)}, {"repackvorn", symbol(&repackvorn)},
-        {"mul_vorn", symbol(&mul_vorn)},     {"ads_vorn", symbol(&ads_vorn)},
-        {"scl_vorn", symbol(&scl_vorn)},     {"div_vorn", symbol(&div_vorn)},
-        {"export_vorn_frac", symbol(&export_vorn_frac)},
-    };
-    return minikelto::static_plugin(symbols);
-  }();
-  return linked;
-}
 
 void host_test::SetUp() {
   minikelto::reset();
