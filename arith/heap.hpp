@@ -7,6 +7,12 @@
 // heap_pop_equal joins them.  The heap never allocates: the caller sizes the
 // entry array (one slot per stream that can be in the heap at once).
 //
+// Streams are named by their index; a chain runs through the caller's link
+// array (links[s] is the stream after s, no_stream ends it).  Walking a chain
+// is a run of dependent loads, so the links are kept apart from everything
+// else a stream holds: a link array of 4 bytes per stream stays in the first
+// level cache where whole stream records would not.
+//
 // Keys, by the key order the heap is built on:
 //  - key_order<1>: the one monomial word, compared as a signed 32-bit integer
 //    (the guard bit 31 is clear in every valid monomial);
@@ -29,12 +35,8 @@
 
 namespace vorn {
 
-// The part of a stream record the heap uses: the chain link, first field of
-// every stream record (users derive from it and add their cursor,
-// multiplier and key buffer).
-struct term_stream {
-  term_stream* next;
-};
+// The end of a chain.
+inline constexpr std::int32_t no_stream = -1;
 
 template <int Msize>
 struct heap_key {
@@ -50,7 +52,7 @@ using heap_key_t = typename heap_key<Msize>::type;
 template <class Key>
 struct basic_heap_entry {
   Key key;
-  term_stream* chain;  // first stream with this key; the rest follow through next
+  std::int32_t chain;  // first stream with this key; the rest follow through the links
 };
 
 template <int Msize>
@@ -186,6 +188,7 @@ struct basic_term_heap {
   basic_heap_entry<typename Order::key_type>* entries;  // caller's array
   std::int32_t n;                                        // occupied slots
   Order order;
+  std::int32_t* links;  // caller's array, one per stream
 };
 
 template <int Msize>
@@ -195,18 +198,18 @@ using term_heap = basic_term_heap<key_order<Msize>>;
 // on the way up from the new leaf, otherwise in a new slot with the path
 // above it moved down one level.  The array needs room for n + 1 slots.
 template <class Order>
-inline void heap_insert(basic_term_heap<Order>& h, typename Order::key_type key, term_stream* s) noexcept {
+inline void heap_insert(basic_term_heap<Order>& h, typename Order::key_type key, std::int32_t s) noexcept {
   auto* const e = h.entries;
   const Order& order = h.order;
   const std::int32_t leaf = h.n + 1;
   if (leaf == 1) {
     e[0] = {key, s};
-    s->next = nullptr;
+    h.links[s] = no_stream;
     h.n = 1;
     return;
   }
   if (order.equal(key, e[0].key)) {
-    s->next = e[0].chain;
+    h.links[s] = e[0].chain;
     e[0].chain = s;
     return;
   }
@@ -217,13 +220,13 @@ inline void heap_insert(basic_term_heap<Order>& h, typename Order::key_type key,
     i /= 2;
   }
   if (i >= 1 && order.equal(e[i - 1].key, key)) {
-    s->next = e[i - 1].chain;
+    h.links[s] = e[i - 1].chain;
     e[i - 1].chain = s;
     return;
   }
   for (std::int32_t hole = leaf; hole > t; hole /= 2) e[hole - 1] = e[hole / 2 - 1];
   e[t - 1] = {key, s};
-  s->next = nullptr;
+  h.links[s] = no_stream;
   h.n = leaf;
 }
 
@@ -271,18 +274,19 @@ inline void heap_remove_root(basic_term_heap<Order>& h) noexcept {
 // Copies the largest monomial into m (msize words; left to the caller when
 // the order's keys do not hold whole monomials) and removes every stream
 // whose key equals it and that successive root removals reach, returning them
-// as one list through next: slot by slot in the order of removal, each slot's
+// as one list through the links: slot by slot in the order of removal, each slot's
 // chain in its own order.  visit(stream) is called for each, in that order,
 // while the list is built.  Requires n >= 1.
 template <class Order, class Visit>
-inline term_stream* heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& visit) noexcept {
+inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& visit) noexcept {
+  std::int32_t* const links = h.links;
   const auto root_key = h.entries[0].key;
   h.order.copy(m, root_key);
-  term_stream* const first = h.entries[0].chain;
-  term_stream* s = first;
+  const std::int32_t first = h.entries[0].chain;
+  std::int32_t s = first;
   for (;;) {
-    term_stream* last = s;
-    for (; s != nullptr; s = s->next) {
+    std::int32_t last = s;
+    for (; s != no_stream; s = links[s]) {
       visit(s);
       last = s;
     }
@@ -294,14 +298,14 @@ inline term_stream* heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& v
       if (!h.order.equal(h.entries[0].key, m)) break;
     }
     s = h.entries[0].chain;
-    last->next = s;
+    links[last] = s;
   }
   return first;
 }
 
 template <class Order>
-inline term_stream* heap_pop_equal(basic_term_heap<Order>& h, word* m) noexcept {
-  return heap_pop_equal(h, m, [](term_stream*) noexcept {});
+inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m) noexcept {
+  return heap_pop_equal(h, m, [](std::int32_t) noexcept {});
 }
 
 }  // namespace vorn

@@ -43,13 +43,14 @@
 namespace vorn {
 namespace {
 
-struct div_stream : term_stream {
+// A stream's record; streams are named by index (see the stream table).
+struct div_stream {
   const word* cursor;       // the walked term, while live
   const word* multiplier;   // the fixed term
   const term_block* block;  // what the cursor walks: B, or the quotient blocks from the switch on
   word* key;                // the current product's monomial, with several words per monomial
-  div_stream* before;       // the stream whose pops this one waits for, if any
-  div_stream* after;        // the stream waiting for this one's pops, if any
+  std::int32_t before;      // the stream whose pops this one waits for, or no_stream
+  std::int32_t after;       // the stream waiting for this one's pops, or no_stream
   std::int32_t position;    // terms of block taken; the cursor is term position - 1
   std::int32_t taken;       // terms of the whole walk taken; the current product is term taken - 1
   std::int32_t passed;      // terms of the walk whose products have left the heap
@@ -59,21 +60,52 @@ struct div_stream : term_stream {
 
 // Moves s to its next term, past full and empty blocks; false (s not live,
 // left on the last block tried) when the list has no further term yet.
-inline bool advance(div_stream* s, std::ptrdiff_t stride) noexcept {
-  while (s->position >= s->block->count) {
-    const term_block* next = s->block->next;
+inline bool advance(div_stream& s, std::ptrdiff_t stride) noexcept {
+  while (s.position >= s.block->count) {
+    const term_block* next = s.block->next;
     if (next == nullptr) {
-      s->live = false;
+      s.live = false;
       return false;
     }
-    s->block = next;
-    s->position = 0;
+    s.block = next;
+    s.position = 0;
   }
-  s->cursor = s->position == 0 ? s->block->terms : s->cursor + stride;
-  ++s->position;
-  ++s->taken;
-  s->live = true;
+  s.cursor = s.position == 0 ? s.block->terms : s.cursor + stride;
+  ++s.position;
+  ++s.taken;
+  s.live = true;
   return true;
+}
+
+// Every stream made so far: records and chain links, each one array that is
+// only ever replaced by a larger copy.  Nothing holds a stream's address
+// across a growth: the heap, the neighbours and the loops name streams by
+// index.
+struct stream_table {
+  gateway_array<div_stream> records;
+  gateway_array<std::int32_t> links;
+  std::int32_t count = 0;
+};
+
+// Makes room for count more streams, returns the index of the first.
+std::int32_t add_streams(stream_table& t, std::int32_t count) {
+  const auto total = static_cast<std::size_t>(t.count) + static_cast<std::size_t>(count);
+  auto* records = static_cast<div_stream*>(gateway_take(total, sizeof(div_stream)));
+  gateway_array<div_stream> new_records;
+  new_records.data = records;
+  auto* links = static_cast<std::int32_t*>(gateway_take(total, sizeof(std::int32_t)));
+  if (t.count > 0) {
+    std::copy_n(t.records.data, t.count, records);
+    std::copy_n(t.links.data, t.count, links);
+  }
+  gateway_free(t.records.data);
+  gateway_free(t.links.data);
+  t.records.data = new_records.data;
+  new_records.data = nullptr;
+  t.links.data = links;
+  const std::int32_t first = t.count;
+  t.count += count;
+  return first;
 }
 
 // The heap array is only ever replaced by a larger one, n entries copied.
@@ -119,37 +151,42 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   gateway_array<entry> heap_array;
   heap_array.data = static_cast<entry*>(gateway_take(static_cast<std::size_t>(cap0), sizeof(entry)));
   std::int32_t H = cap0;
-  basic_term_heap<order_type> heap{heap_array.data, 0, {m, layout_is_tdeg(A.layout)}};
+  stream_table table;
+  basic_term_heap<order_type> heap{heap_array.data, 0, {m, layout_is_tdeg(A.layout)}, nullptr};
 
+  // count more streams, each with its key buffer; returns the first index.
   auto make_streams = [&](std::int32_t count) {
     word* keys = nullptr;
     if constexpr (!order_type::integer_keys)
       keys = static_cast<word*>(scratch.take(checked_bytes(static_cast<std::size_t>(count), m_words), sizeof(word)));
-    auto* s = static_cast<div_stream*>(scratch.take(static_cast<std::size_t>(count), sizeof(div_stream)));
-    for (std::int32_t i = 0; i < count; ++i) s[i].key = keys != nullptr ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
-    return s;
+    const std::int32_t first = add_streams(table, count);
+    heap.links = table.links.data;
+    for (std::int32_t i = 0; i < count; ++i)
+      table.records.data[first + i].key = keys != nullptr ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
+    return first;
   };
-  // Stream i multiplies slot i of the block by B[1 ...], once the slot is
-  // written; it waits for the stream of the slot before (last is that
-  // stream, or null for the quotient's first slot).
-  auto start_quotient_streams = [&](div_stream* s, const term_block* block, std::int32_t count, div_stream* last) {
+  // Stream first + i multiplies slot i of the block by B[1 ...], once the
+  // slot is written; it waits for the stream of the slot before (last is
+  // that stream, or no_stream for the quotient's first slot).
+  auto start_quotient_streams = [&](std::int32_t first, const term_block* block, std::int32_t count,
+                                    std::int32_t last) {
+    div_stream* const s = table.records.data + first;
     for (std::int32_t i = 0; i < count; ++i) {
-      s[i].next = nullptr;
       s[i].cursor = b0;
       s[i].multiplier = block->terms + static_cast<std::ptrdiff_t>(i) * stride;
       s[i].block = &divisor;
-      s[i].before = delayed ? (i == 0 ? last : s + (i - 1)) : nullptr;
-      s[i].after = delayed && i + 1 < count ? s + (i + 1) : nullptr;
+      s[i].before = delayed ? (i == 0 ? last : first + i - 1) : no_stream;
+      s[i].after = delayed && i + 1 < count ? first + i + 1 : no_stream;
       s[i].position = 1;
       s[i].taken = 1;
       s[i].passed = 1;
       s[i].waiting = false;
       s[i].live = false;
     }
-    if (last != nullptr && delayed) last->after = s;
+    if (last != no_stream && delayed) table.records.data[last].after = first;
   };
 
-  div_stream* streams = make_streams(cap0);
+  std::int32_t batch = make_streams(cap0);  // the streams of the current block's slots
   if (info_level > 3) host_printf(cbt, "alloc %d terms\n", static_cast<int>(cap0));
   term_block* current = alloc_term_block(cap0, A.layout, 1);
   if (current == nullptr) fail("out of memory");
@@ -157,19 +194,23 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   current->count = 0;
   std::int32_t capacity = cap0;
   word* slot = current->terms;
-  start_quotient_streams(streams, current, cap0, nullptr);
+  start_quotient_streams(batch, current, cap0, no_stream);
   bool switched = false;
 
-  auto insert = [&](div_stream* s) { heap_insert(heap, heap.order.product_key(s->multiplier, s->cursor, s->key), s); };
+  auto insert = [&](std::int32_t i) {
+    div_stream& s = table.records.data[i];
+    heap_insert(heap, heap.order.product_key(s.multiplier, s.cursor, s.key), i);
+  };
   // Inserts the stream's next product when the stream before it has passed
   // that term, and marks it waiting otherwise.
   // A quotient stream past B's last term is done and waits for nothing.
-  auto move_on = [&](div_stream* s) {
-    if (s->before != nullptr && s->before->passed <= s->taken) {
-      s->waiting = s->block != &divisor || s->taken < nB;
+  auto move_on = [&](std::int32_t i) {
+    div_stream& s = table.records.data[i];
+    if (s.before != no_stream && table.records.data[s.before].passed <= s.taken) {
+      s.waiting = s.block != &divisor || s.taken < nB;
       return;
     }
-    if (advance(s, stride)) insert(s);
+    if (advance(s, stride)) insert(i);
   };
 
   acc96 acc;
@@ -203,33 +244,37 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       k = 1;
     }
     if (order <= 0) {
-      term_stream* popped = heap_pop_equal(heap, current_monomial, [&](term_stream* t) {
-        auto* s = static_cast<div_stream*>(t);
-        acc_sub_product(acc, coefficient_value(s->multiplier[m]), coefficient_value(s->cursor[m]));
-        s->passed = s->taken;
+      div_stream* const records = table.records.data;
+      std::int32_t popped = heap_pop_equal(heap, current_monomial, [&](std::int32_t i) {
+        div_stream& s = records[i];
+        acc_sub_product(acc, coefficient_value(s.multiplier[m]), coefficient_value(s.cursor[m]));
+        s.passed = s.taken;
         ++k;
       });
-      if constexpr (!order_type::copies_key) {
-        const auto* first = static_cast<const div_stream*>(popped);
-        monomial_add<Msize>(current_monomial, first->multiplier, first->cursor, m);
-      }
+      if constexpr (!order_type::copies_key)
+        monomial_add<Msize>(current_monomial, records[popped].multiplier, records[popped].cursor, m);
       monomial = current_monomial;
       // Every popped stream has its passed count before any moves on, so a
       // stream and the one before it popped together see each other's.
-      while (popped != nullptr) {
-        auto* s = static_cast<div_stream*>(popped);
-        popped = popped->next;  // read before s goes back into the heap
-        s->live = false;
-        div_stream* t = s->after;
+      const std::int32_t* const links = table.links.data;
+      while (popped != no_stream) {
+        const std::int32_t i = popped;
+        popped = links[i];  // read before the stream goes back into the heap
+        div_stream& s = records[i];
+        s.live = false;
+        const std::int32_t after = s.after;
         if (delayed) {
-          if (t != nullptr && t->waiting && s->passed > t->taken) {
-            t->waiting = false;
-            if (advance(t, stride)) insert(t);
+          if (after != no_stream) {
+            div_stream& t = records[after];
+            if (t.waiting && s.passed > t.taken) {
+              t.waiting = false;
+              if (advance(t, stride)) insert(after);
+            }
           }
-          move_on(s);
+          move_on(i);
         } else {
-          if (advance(s, stride)) insert(s);
-          if (t != nullptr && !t->live && advance(t, stride)) insert(t);
+          if (advance(s, stride)) insert(i);
+          if (after != no_stream && !records[after].live && advance(records[after], stride)) insert(after);
         }
       }
     }
@@ -259,10 +304,10 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     ++current->count;
 
     if (!switched) {
-      if (nB >= 2) move_on(streams + (current->count - 1));
+      if (nB >= 2) move_on(batch + current->count - 1);
     } else {
-      div_stream* s = streams;  // the stream of B[1]
-      if (!s->live && advance(s, stride)) insert(s);
+      div_stream& s = table.records.data[batch];  // the stream of B[1]
+      if (!s.live && advance(s, stride)) insert(batch);
     }
 
     if (current->count < capacity) {
@@ -284,9 +329,9 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     if (!switched && nB >= 2) {
       if (nB - 1 > H + newcap) {
         regrow_heap(heap_array, heap, H + newcap);
-        div_stream* const last = streams + (full - 1);
-        streams = make_streams(newcap);
-        start_quotient_streams(streams, current, newcap, last);
+        const std::int32_t last = batch + (full - 1);
+        batch = make_streams(newcap);
+        start_quotient_streams(batch, current, newcap, last);
         H += newcap;
       } else {
         // Quotient slots from here on get no stream of their own: one stream
@@ -296,19 +341,19 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
           host_printf(cbt, "switch! qn=%d terms, dn=%d terms, heap=%d\n", static_cast<int>(newcap),
                       static_cast<int>(nB - 1), static_cast<int>(H));
         regrow_heap(heap_array, heap, H);
-        streams = make_streams(nB - 1);
+        batch = make_streams(nB - 1);
+        div_stream* const s = table.records.data + batch;
         for (std::int32_t j = 0; j < nB - 1; ++j) {
-          streams[j].next = nullptr;
-          streams[j].cursor = nullptr;
-          streams[j].multiplier = b0 + static_cast<std::ptrdiff_t>(j + 1) * stride;
-          streams[j].block = current;
-          streams[j].before = delayed && j > 0 ? streams + (j - 1) : nullptr;
-          streams[j].after = j + 1 < nB - 1 ? streams + (j + 1) : nullptr;
-          streams[j].position = 0;
-          streams[j].taken = 0;
-          streams[j].passed = 0;
-          streams[j].waiting = delayed && j > 0;
-          streams[j].live = false;
+          s[j].cursor = nullptr;
+          s[j].multiplier = b0 + static_cast<std::ptrdiff_t>(j + 1) * stride;
+          s[j].block = current;
+          s[j].before = delayed && j > 0 ? batch + j - 1 : no_stream;
+          s[j].after = j + 1 < nB - 1 ? batch + j + 1 : no_stream;
+          s[j].position = 0;
+          s[j].taken = 0;
+          s[j].passed = 0;
+          s[j].waiting = delayed && j > 0;
+          s[j].live = false;
         }
         switched = true;
       }

@@ -22,19 +22,6 @@
 
 namespace vorn {
 
-// A stream of the product: the term of A it multiplies and the term of B it
-// stands at; with several words per monomial, also its own key buffer; with
-// integer keys, the key of its term of A.  state = 2·(index in B of the next
-// product to insert) + (1 when none of its products is in the heap); used by
-// the delayed order only.
-struct mul_stream : term_stream {
-  const word* cursor;
-  const word* multiplier;
-  word* key;
-  std::uint64_t factor_key;
-  std::int32_t state;
-};
-
 // The first block of a product of count products, before any term is known.
 inline std::int32_t first_block_terms(std::int64_t count) noexcept {
   return static_cast<std::int32_t>(std::min<std::int64_t>(count, 1024));
@@ -69,108 +56,108 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   const std::ptrdiff_t stride = m + 1;
   const std::int32_t nA = A.count;
   const std::int32_t nB = B.count;
-  const word* const b_first = B.terms;
-  const word* const b_end = B.terms + nB * stride;
+  const auto count_a = static_cast<std::size_t>(nA);
+  const auto count_b = static_cast<std::size_t>(nB);
 
   using order_type = Order;
-  using entry = basic_heap_entry<typename order_type::key_type>;
+  using key_type = typename order_type::key_type;
+  using entry = basic_heap_entry<key_type>;
   gateway_array<entry> heap_array;
-  heap_array.data = static_cast<entry*>(gateway_take(static_cast<std::size_t>(nA), sizeof(entry)));
-  // Streams 0 ... nA - 1 between two sentinels whose states make the
-  // delayed order's tests of the neighbours hold at the ends without a check:
-  // the one before has passed every index, the one after waits for none.
-  auto* const streams =
-      static_cast<mul_stream*>(scratch.take(static_cast<std::size_t>(nA) + 2, sizeof(mul_stream))) + 1;
-  streams[-1].state = INT32_MAX;
-  streams[nA].state = 0;
-  word* keys = nullptr;
-  if constexpr (!order_type::integer_keys)
-    keys = static_cast<word*>(
-        scratch.take(static_cast<std::size_t>(nA) * static_cast<std::size_t>(m), sizeof(word)));
+  heap_array.data = static_cast<entry*>(gateway_take(count_a, sizeof(entry)));
+
+  // Stream i multiplies A[i] by B.  Per stream, in arrays of their own: the
+  // chain link; the state, 2·(index in B of the next product to insert) +
+  // (1 when none of its products is in the heap), so that the current
+  // product is (state >> 1) - 1; and the value of A[i]'s coefficient.  The
+  // states have a sentinel on each side that makes the delayed order's tests
+  // of the neighbours hold at the ends without a check: the one before has
+  // passed every index, the one after waits for none.
+  auto* const links = static_cast<std::int32_t*>(
+      scratch.take(checked_bytes(count_a, 3 * sizeof(std::int32_t)) + 2 * sizeof(std::int32_t), 1));
+  std::int32_t* const states = links + nA + 1;
+  std::int32_t* const a_values = states + nA + 1;
+  states[-1] = INT32_MAX;
+  states[nA] = 0;
+  basic_term_heap<order_type> heap{heap_array.data, 0, {m, shape.tdeg}, links};
+
+  // Coefficient values, decoded once: a product reads two of them instead of
+  // two terms.  Integer keys of a product are the sum of its factors' keys,
+  // made once; buffer keys are formed in one buffer per stream.  The values
+  // of B sit in one block behind the keys of A and of B, or behind the
+  // buffers.
+  key_type* a_keys = nullptr;
+  key_type* b_keys = nullptr;
+  word* buffers = nullptr;
+  std::int32_t* b_values = nullptr;
+  if constexpr (order_type::integer_keys) {
+    a_keys = static_cast<key_type*>(
+        scratch.take(checked_bytes(count_a + count_b, sizeof(key_type)) + count_b * sizeof(std::int32_t), 1));
+    b_keys = a_keys + nA;
+    b_values = reinterpret_cast<std::int32_t*>(b_keys + nB);
+    for (std::int32_t i = 0; i < nA; ++i) a_keys[i] = heap.order.term_key(A.terms + i * stride);
+    for (std::int32_t j = 0; j < nB; ++j) b_keys[j] = heap.order.term_key(B.terms + j * stride);
+  } else {
+    buffers = static_cast<word*>(
+        scratch.take(checked_bytes(count_a, static_cast<std::size_t>(m)) + count_b, sizeof(word)));
+    b_values = reinterpret_cast<std::int32_t*>(buffers + count_a * static_cast<std::size_t>(m));
+  }
+  for (std::int32_t i = 0; i < nA; ++i) {
+    states[i] = 1;
+    a_values[i] = coefficient_value(A.terms[i * stride + m]);
+  }
+  for (std::int32_t j = 0; j < nB; ++j) b_values[j] = coefficient_value(B.terms[j * stride + m]);
+
   const bool delayed = strictly_decreasing<Msize>(A, shape) && strictly_decreasing<Msize>(B, shape);
+  // The products of a pass, as (stream, index in B) taken when popped: a
+  // stream's state can change before its turn (the stream before it may
+  // insert its next product).
   struct popped {
-    mul_stream* s;
+    std::int32_t i;
     std::int32_t j;
   };
-  popped* queue =
-      delayed ? static_cast<popped*>(scratch.take(static_cast<std::size_t>(nA), sizeof(popped))) : nullptr;
-  // Where the index in B of an inserted product is known (the first product,
-  // and every one in the delayed order), integer keys are summed from keys of
-  // the factors made once.
-  using key_type = typename order_type::key_type;
-  key_type* b_keys = nullptr;
-
-  basic_term_heap<order_type> heap{heap_array.data, 0, {m, shape.tdeg}};
-  if constexpr (order_type::integer_keys) {
-    b_keys = static_cast<key_type*>(scratch.take(static_cast<std::size_t>(nB), sizeof(key_type)));
-    for (std::int32_t j = 0; j < nB; ++j) b_keys[j] = heap.order.term_key(B.terms + j * stride);
-  }
+  auto* const queue = static_cast<popped*>(scratch.take(count_a, sizeof(popped)));
 
   std::int64_t remaining = static_cast<std::int64_t>(nA) * nB;
   std::int32_t capacity = first_block_terms(remaining);
   word* w = out.next_block(capacity);
   std::int32_t written = 0;
 
-  for (std::int32_t i = 0; i < nA; ++i) {
-    streams[i].next = nullptr;
-    streams[i].multiplier = A.terms + i * stride;
-    streams[i].key = keys != nullptr ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
-    streams[i].state = 1;
+  // Product (i, j) enters the heap; the stream's next one will be j + 1.
+  auto insert_at = [&](std::int32_t i, std::int32_t j) {
+    states[i] = 2 * (j + 1);
     if constexpr (order_type::integer_keys)
-      streams[i].factor_key = static_cast<std::uint64_t>(heap.order.term_key(streams[i].multiplier));
-  }
-  mul_stream* const last_stream = streams + (nA - 1);
-
-  // The stream's product with the term at its cursor enters the heap.
-  auto insert = [&](mul_stream* s) { heap_insert(heap, heap.order.product_key(s->multiplier, s->cursor, s->key), s); };
-  auto insert_at = [&](mul_stream* s, std::int32_t j) {
-    s->cursor = b_first + j * stride;
-    s->state = 2 * (j + 1);
-    if constexpr (order_type::integer_keys)
-      heap_insert(heap, heap.order.product_of_keys(static_cast<key_type>(s->factor_key), b_keys[j]), s);
+      heap_insert(heap, heap.order.product_of_keys(a_keys[i], b_keys[j]), i);
     else
-      insert(s);
+      heap_insert(heap,
+                  heap.order.product_key(A.terms + i * stride, B.terms + j * stride, buffers + std::ptrdiff_t{i} * m),
+                  i);
   };
 
-  insert_at(streams, 0);
+  insert_at(0, 0);
 
   acc96 acc;
   while (heap.n > 0) {
     acc_clear(acc);
     std::int32_t k = 0;
-    term_stream* taken = heap_pop_equal(heap, w, [&](term_stream* t) {
-      auto* s = static_cast<mul_stream*>(t);
+    heap_pop_equal(heap, w, [&](std::int32_t i) {
+      const std::int32_t j = (states[i] >> 1) - 1;
       if constexpr (!order_type::copies_key)
-        if (k == 0) monomial_add<Msize>(w, s->multiplier, s->cursor, m);
-      acc_add_product(acc, coefficient_value(s->multiplier[m]), coefficient_value(s->cursor[m]));
-      if (delayed) {
-        queue[k] = {s, (s->state >> 1) - 1};
-        s->state |= 1;
-      }
-      ++k;
+        if (k == 0) monomial_add<Msize>(w, A.terms + i * stride, B.terms + j * stride, m);
+      acc_add_product(acc, a_values[i], b_values[j]);
+      states[i] |= 1;
+      queue[k++] = {i, j};
     });
 
-    if (delayed) {
-      for (std::int32_t q = 0; q < k; ++q) {
-        mul_stream* s = queue[q].s;
-        const std::int32_t j = queue[q].j;
+    for (std::int32_t q = 0; q < k; ++q) {
+      const auto [i, j] = queue[q];
+      if (delayed) {
         // The next stream was waiting for this product.
-        if (s[1].state == 2 * j + 1) insert_at(s + 1, j);
+        if (states[i + 1] == 2 * j + 1) insert_at(i + 1, j);
         // This stream moves on once the one before it has passed j + 1.
-        if (j + 1 < nB && (s->state & 1) != 0 && s[-1].state >= 2 * (j + 2) + 1)
-          insert_at(s, j + 1);
-      }
-    } else {
-      while (taken != nullptr) {
-        auto* s = static_cast<mul_stream*>(taken);
-        taken = taken->next;  // read before s goes back into the heap
-        if (s->cursor == b_first && s != last_stream) {
-          mul_stream* successor = s + 1;
-          successor->cursor = b_first;
-          insert(successor);
-        }
-        s->cursor += stride;
-        if (s->cursor != b_end) insert(s);
+        if (j + 1 < nB && (states[i] & 1) != 0 && states[i - 1] >= 2 * (j + 2) + 1) insert_at(i, j + 1);
+      } else {
+        if (j == 0 && i + 1 < nA) insert_at(i + 1, 0);
+        if (j + 1 < nB) insert_at(i, j + 1);
       }
     }
 

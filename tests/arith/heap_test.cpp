@@ -10,22 +10,20 @@
 namespace vorn {
 namespace {
 
-std::vector<term_stream*> list_of(term_stream* s) {
-  std::vector<term_stream*> out;
-  for (; s != nullptr; s = s->next) out.push_back(s);
-  return out;
-}
+using chain = std::vector<std::int32_t>;
 
 struct small_heap {
   std::vector<heap_entry<1>> entries = std::vector<heap_entry<1>>(16);
-  std::vector<term_stream> streams = std::vector<term_stream>(16);
-  term_heap<1> h{entries.data(), 0, {1, false}};
+  chain links = chain(16, 99);
+  term_heap<1> h{entries.data(), 0, {1, false}, links.data()};
 
-  void insert(std::int32_t key, int stream) {
-    heap_insert(h, key, &streams[static_cast<std::size_t>(stream)]);
+  void insert(std::int32_t key, std::int32_t stream) { heap_insert(h, key, stream); }
+  chain pop(word& m) {
+    chain out;
+    for (std::int32_t s = heap_pop_equal(h, &m); s != no_stream; s = links[static_cast<std::size_t>(s)])
+      out.push_back(s);
+    return out;
   }
-  std::vector<term_stream*> pop(word& m) { return list_of(heap_pop_equal(h, &m)); }
-  term_stream* at(int i) { return &streams[static_cast<std::size_t>(i)]; }
 };
 
 TEST(TermHeap, EqualKeysChainAtTheRootAndAtAnAncestor) {
@@ -38,9 +36,9 @@ TEST(TermHeap, EqualKeysChainAtTheRootAndAtAnAncestor) {
   t.insert(7, 4);  // new leaf 4 under slot 2, whose key is equal
   EXPECT_EQ(t.h.n, 3);
   word m = 0;
-  EXPECT_EQ(t.pop(m), (std::vector<term_stream*>{t.at(3), t.at(0)}));
+  EXPECT_EQ(t.pop(m), (chain{3, 0}));
   EXPECT_EQ(m, 10u);
-  EXPECT_EQ(t.pop(m), (std::vector<term_stream*>{t.at(4), t.at(1)}));
+  EXPECT_EQ(t.pop(m), (chain{4, 1}));
   EXPECT_EQ(m, 7u);
 }
 
@@ -65,14 +63,14 @@ TEST(TermHeap, PopsWithOneAndTwoSlots) {
   small_heap t;
   t.insert(3, 0);
   word m = 0;
-  EXPECT_EQ(t.pop(m), std::vector<term_stream*>{t.at(0)});
+  EXPECT_EQ(t.pop(m), chain{0});
   EXPECT_EQ(t.h.n, 0);
   t.insert(3, 0);
   t.insert(1, 1);
-  EXPECT_EQ(t.pop(m), std::vector<term_stream*>{t.at(0)});
+  EXPECT_EQ(t.pop(m), chain{0});
   ASSERT_EQ(t.h.n, 1);
   EXPECT_EQ(t.h.entries[0].key, 1);
-  EXPECT_EQ(t.h.entries[0].chain, t.at(1));
+  EXPECT_EQ(t.h.entries[0].chain, 1);
 }
 
 }  // namespace
