@@ -105,6 +105,19 @@ struct key_order {
   {
     return static_cast<std::int32_t>(static_cast<word>(a) + static_cast<word>(b));
   }
+  // The key of a product whose factor of key from is replaced by one of key
+  // to, from the product's key and step(from, to): wrapping arithmetic that
+  // is exact because the result is a valid key.
+  key_type step(key_type from, key_type to) const noexcept
+    requires(Msize == 1)
+  {
+    return static_cast<std::int32_t>(static_cast<word>(to) - static_cast<word>(from));
+  }
+  key_type stepped(key_type k, key_type step) const noexcept
+    requires(Msize == 1)
+  {
+    return product_of_keys(k, step);
+  }
   key_type product_key(const word* a, const word* b, word* buffer) const noexcept {
     if constexpr (Msize == 1) {
       (void)buffer;
@@ -154,6 +167,8 @@ struct wide_key_order {
   // words add to the complement of their sum plus flip; sums of exponents
   // stay below the guard bits, so nothing carries out of the low half.
   key_type product_of_keys(key_type a, key_type b) const noexcept { return a + b - flip; }
+  key_type step(key_type from, key_type to) const noexcept { return to - from; }
+  key_type stepped(key_type k, key_type step) const noexcept { return k + step; }
 };
 
 // True when, for tdeg monomials of three words, words 0 and 1 decide the
@@ -246,7 +261,7 @@ inline void heap_remove_root(basic_term_heap<Order>& h) noexcept {
     std::int32_t j = 2;
     if constexpr (Order::integer_keys) {
       for (;;) {
-        const std::int32_t c = order.less(e[j - 1].key, e[j].key) ? j + 1 : j;
+        const std::int32_t c = j + static_cast<std::int32_t>(order.less(e[j - 1].key, e[j].key));
         if (!order.less(last.key, e[c - 1].key)) break;
         e[hole - 1] = e[c - 1];
         hole = c;
@@ -255,7 +270,7 @@ inline void heap_remove_root(basic_term_heap<Order>& h) noexcept {
       }
     } else {
       for (;;) {
-        const std::int32_t c = order.less(e[j - 1].key, e[j].key) ? j + 1 : j;
+        const std::int32_t c = j + static_cast<std::int32_t>(order.less(e[j - 1].key, e[j].key));
         e[hole - 1] = e[c - 1];
         hole = c;
         if (2 * c >= n) break;

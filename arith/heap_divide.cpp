@@ -48,7 +48,11 @@ struct div_stream {
   const word* cursor;       // the walked term, while live
   const word* multiplier;   // the fixed term
   const term_block* block;  // what the cursor walks: B, or the quotient blocks from the switch on
-  word* key;                // the current product's monomial, with several words per monomial
+  union {
+    word* key;                // the current product's monomial, with buffer keys
+    std::uint64_t factor_key;  // the fixed term's key, with integer keys
+  };
+  std::int32_t factor_value;  // the fixed term's coefficient value
   std::int32_t before;      // the stream whose pops this one waits for, or no_stream
   std::int32_t after;       // the stream waiting for this one's pops, or no_stream
   std::int32_t position;    // terms of block taken; the cursor is term position - 1
@@ -154,6 +158,13 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   stream_table table;
   basic_term_heap<order_type> heap{heap_array.data, 0, {m, layout_is_tdeg(A.layout)}, nullptr};
 
+  // The fixed term's value and key are read once, not with every product.
+  auto set_factor = [&](div_stream& s) {
+    s.factor_value = coefficient_value(s.multiplier[m]);
+    if constexpr (order_type::integer_keys)
+      s.factor_key = static_cast<std::uint64_t>(heap.order.term_key(s.multiplier));
+  };
+
   // count more streams, each with its key buffer; returns the first index.
   auto make_streams = [&](std::int32_t count) {
     word* keys = nullptr;
@@ -161,13 +172,15 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       keys = static_cast<word*>(scratch.take(checked_bytes(static_cast<std::size_t>(count), m_words), sizeof(word)));
     const std::int32_t first = add_streams(table, count);
     heap.links = table.links.data;
-    for (std::int32_t i = 0; i < count; ++i)
-      table.records.data[first + i].key = keys != nullptr ? keys + static_cast<std::ptrdiff_t>(i) * m : nullptr;
+    if constexpr (!order_type::integer_keys)
+      for (std::int32_t i = 0; i < count; ++i)
+        table.records.data[first + i].key = keys + static_cast<std::ptrdiff_t>(i) * m;
     return first;
   };
   // Stream first + i multiplies slot i of the block by B[1 ...], once the
-  // slot is written; it waits for the stream of the slot before (last is
-  // that stream, or no_stream for the quotient's first slot).
+  // slot is written (its factor is read then); it waits for the stream of
+  // the slot before (last is that stream, or no_stream for the quotient's
+  // first slot).
   auto start_quotient_streams = [&](std::int32_t first, const term_block* block, std::int32_t count,
                                     std::int32_t last) {
     div_stream* const s = table.records.data + first;
@@ -197,9 +210,14 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   start_quotient_streams(batch, current, cap0, no_stream);
   bool switched = false;
 
+  using key_type = typename order_type::key_type;
   auto insert = [&](std::int32_t i) {
     div_stream& s = table.records.data[i];
-    heap_insert(heap, heap.order.product_key(s.multiplier, s.cursor, s.key), i);
+    if constexpr (order_type::integer_keys)
+      heap_insert(heap, heap.order.product_of_keys(static_cast<key_type>(s.factor_key), heap.order.term_key(s.cursor)),
+                  i);
+    else
+      heap_insert(heap, heap.order.product_key(s.multiplier, s.cursor, s.key), i);
   };
   // Inserts the stream's next product when the stream before it has passed
   // that term, and marks it waiting otherwise.
@@ -247,7 +265,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       div_stream* const records = table.records.data;
       std::int32_t popped = heap_pop_equal(heap, current_monomial, [&](std::int32_t i) {
         div_stream& s = records[i];
-        acc_sub_product(acc, coefficient_value(s.multiplier[m]), coefficient_value(s.cursor[m]));
+        acc_sub_product(acc, s.factor_value, coefficient_value(s.cursor[m]));
         s.passed = s.taken;
         ++k;
       });
@@ -304,7 +322,10 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     ++current->count;
 
     if (!switched) {
-      if (nB >= 2) move_on(batch + current->count - 1);
+      if (nB >= 2) {
+        set_factor(table.records.data[batch + current->count - 1]);
+        move_on(batch + current->count - 1);
+      }
     } else {
       div_stream& s = table.records.data[batch];  // the stream of B[1]
       if (!s.live && advance(s, stride)) insert(batch);
@@ -346,6 +367,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
         for (std::int32_t j = 0; j < nB - 1; ++j) {
           s[j].cursor = nullptr;
           s[j].multiplier = b0 + static_cast<std::ptrdiff_t>(j + 1) * stride;
+          set_factor(s[j]);
           s[j].block = current;
           s[j].before = delayed && j > 0 ? batch + j - 1 : no_stream;
           s[j].after = j + 1 < nB - 1 ? batch + j + 1 : no_stream;

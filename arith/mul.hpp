@@ -81,21 +81,27 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   basic_term_heap<order_type> heap{heap_array.data, 0, {m, shape.tdeg}, links};
 
   // Coefficient values, decoded once: a product reads two of them instead of
-  // two terms.  Integer keys of a product are the sum of its factors' keys,
-  // made once; buffer keys are formed in one buffer per stream.  The values
-  // of B sit in one block behind the keys of A and of B, or behind the
-  // buffers.
-  key_type* a_keys = nullptr;
-  key_type* b_keys = nullptr;
+  // two terms.  With integer keys, a product's successors (i + 1, j) and
+  // (i, j + 1) take their keys from the popped key and one step, the change
+  // of key from A[i] to A[i + 1] or from B[j] to B[j + 1], made once; buffer
+  // keys are formed in one buffer per stream.  The values of B sit in one
+  // block behind the steps, or behind the buffers.
+  key_type* a_steps = nullptr;
+  key_type* b_steps = nullptr;
   word* buffers = nullptr;
   std::int32_t* b_values = nullptr;
   if constexpr (order_type::integer_keys) {
-    a_keys = static_cast<key_type*>(
+    a_steps = static_cast<key_type*>(
         scratch.take(checked_bytes(count_a + count_b, sizeof(key_type)) + count_b * sizeof(std::int32_t), 1));
-    b_keys = a_keys + nA;
-    b_values = reinterpret_cast<std::int32_t*>(b_keys + nB);
-    for (std::int32_t i = 0; i < nA; ++i) a_keys[i] = heap.order.term_key(A.terms + i * stride);
-    for (std::int32_t j = 0; j < nB; ++j) b_keys[j] = heap.order.term_key(B.terms + j * stride);
+    b_steps = a_steps + nA;
+    b_values = reinterpret_cast<std::int32_t*>(b_steps + nB);
+    const auto& o = heap.order;
+    for (std::int32_t i = 0; i + 1 < nA; ++i)
+      a_steps[i] = o.step(o.term_key(A.terms + i * stride), o.term_key(A.terms + (i + 1) * stride));
+    for (std::int32_t j = 0; j + 1 < nB; ++j)
+      b_steps[j] = o.step(o.term_key(B.terms + j * stride), o.term_key(B.terms + (j + 1) * stride));
+    a_steps[nA - 1] = {};  // read for the sentinel stream, never used
+    b_steps[nB - 1] = {};
   } else {
     buffers = static_cast<word*>(
         scratch.take(checked_bytes(count_a, static_cast<std::size_t>(m)) + count_b, sizeof(word)));
@@ -111,34 +117,52 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   // The products of a pass, as (stream, index in B) taken when popped: a
   // stream's state can change before its turn (the stream before it may
   // insert its next product).
-  struct popped {
+  struct product {
     std::int32_t i;
     std::int32_t j;
   };
-  auto* const queue = static_cast<popped*>(scratch.take(count_a, sizeof(popped)));
+  auto* const queue = static_cast<product*>(scratch.take(count_a, sizeof(product)));
 
   std::int64_t remaining = static_cast<std::int64_t>(nA) * nB;
   std::int32_t capacity = first_block_terms(remaining);
   word* w = out.next_block(capacity);
   std::int32_t written = 0;
 
-  // Product (i, j) enters the heap; the stream's next one will be j + 1.
-  auto insert_at = [&](std::int32_t i, std::int32_t j) {
-    states[i] = 2 * (j + 1);
+  // Product (i, j) enters the heap under key (integer keys) or in stream i's
+  // buffer.
+  auto insert = [&](std::int32_t i, std::int32_t j, key_type key) {
     if constexpr (order_type::integer_keys)
-      heap_insert(heap, heap.order.product_of_keys(a_keys[i], b_keys[j]), i);
+      heap_insert(heap, key, i);
     else
       heap_insert(heap,
                   heap.order.product_key(A.terms + i * stride, B.terms + j * stride, buffers + std::ptrdiff_t{i} * m),
                   i);
   };
 
-  insert_at(0, 0);
+  states[0] = 2;
+  if constexpr (order_type::integer_keys)
+    insert(0, 0, heap.order.product_of_keys(heap.order.term_key(A.terms), heap.order.term_key(B.terms)));
+  else
+    insert(0, 0, key_type{});
 
   acc96 acc;
   while (heap.n > 0) {
     acc_clear(acc);
     std::int32_t k = 0;
+    const key_type popped_key = heap.entries[0].key;
+    // The keys of (i + 1, j) and (i, j + 1) from the popped (i, j).
+    auto next_key = [&](std::int32_t i) {
+      if constexpr (order_type::integer_keys)
+        return heap.order.stepped(popped_key, a_steps[i]);
+      else
+        return key_type{};
+    };
+    auto right_key = [&](std::int32_t j) {
+      if constexpr (order_type::integer_keys)
+        return heap.order.stepped(popped_key, b_steps[j]);
+      else
+        return key_type{};
+    };
     heap_pop_equal(heap, w, [&](std::int32_t i) {
       const std::int32_t j = (states[i] >> 1) - 1;
       if constexpr (!order_type::copies_key)
@@ -152,12 +176,25 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
       const auto [i, j] = queue[q];
       if (delayed) {
         // The next stream was waiting for this product.
-        if (states[i + 1] == 2 * j + 1) insert_at(i + 1, j);
-        // This stream moves on once the one before it has passed j + 1.
-        if (j + 1 < nB && (states[i] & 1) != 0 && states[i - 1] >= 2 * (j + 2) + 1) insert_at(i, j + 1);
+        if (states[i + 1] == 2 * j + 1) {
+          states[i + 1] = 2 * (j + 1);
+          insert(i + 1, j, next_key(i));
+        }
+        // This stream moves on once the one before it has passed j + 1 (one
+        // branch for the three tests: each alone is as hard to predict).
+        if ((j + 1 < nB) & ((states[i] & 1) != 0) & (states[i - 1] >= 2 * (j + 2) + 1)) {
+          states[i] = 2 * (j + 2);
+          insert(i, j + 1, right_key(j));
+        }
       } else {
-        if (j == 0 && i + 1 < nA) insert_at(i + 1, 0);
-        if (j + 1 < nB) insert_at(i, j + 1);
+        if (j == 0 && i + 1 < nA) {
+          states[i + 1] = 2;
+          insert(i + 1, 0, next_key(i));
+        }
+        if (j + 1 < nB) {
+          states[i] = 2 * (j + 2);
+          insert(i, j + 1, right_key(j));
+        }
       }
     }
 

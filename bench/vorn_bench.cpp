@@ -278,7 +278,7 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
       if (r + 1 < mul_runs) minikelto::collect(keep);
     }
     minikelto::root_guard keep_p(P);
-    if (!with_peer) nmod_mpoly_mul_johnson(FP.a, FA.a, FB.a, ctx);
+    if (!with_peer || !timed_mul) nmod_mpoly_mul_johnson(FP.a, FA.a, FB.a, ctx);
     to_flint(check, P, order, pr.n, p);
     if (!nmod_mpoly_equal(check.a, FP.a, ctx)) fail_check(pr.name + " product");
     if (timed_mul) {
