@@ -56,25 +56,19 @@ struct div_stream {
   std::int32_t before;      // the stream whose pops this one waits for, or no_stream
   std::int32_t after;       // the stream waiting for this one's pops, or no_stream
   std::int32_t position;    // terms of block taken; the cursor is term position - 1
-};
-
-// What a stream's neighbours read of it, apart from its record so that the
-// tests of neighbours touch one small array (the records of a large quotient
-// do not fit the caches).
-struct div_progress {
-  std::int32_t taken;   // terms of the whole walk taken; the current product is term taken - 1
-  std::int32_t passed;  // terms of the walk whose products have left the heap
-  bool waiting;         // its next product waits for before to pass it
-  bool live;            // holds a current product
+  std::int32_t taken;       // terms of the whole walk taken; the current product is term taken - 1
+  std::int32_t passed;      // terms of the walk whose products have left the heap
+  bool waiting;             // its next product waits for before to pass it
+  bool live;                // holds a current product
 };
 
 // Moves s to its next term, past full and empty blocks; false (s not live,
 // left on the last block tried) when the list has no further term yet.
-inline bool advance(div_stream& s, div_progress& g, std::ptrdiff_t stride) noexcept {
+inline bool advance(div_stream& s, std::ptrdiff_t stride) noexcept {
   while (s.position >= s.block->count) {
     const term_block* next = s.block->next;
     if (next == nullptr) {
-      g.live = false;
+      s.live = false;
       return false;
     }
     s.block = next;
@@ -82,19 +76,18 @@ inline bool advance(div_stream& s, div_progress& g, std::ptrdiff_t stride) noexc
   }
   s.cursor = s.position == 0 ? s.block->terms : s.cursor + stride;
   ++s.position;
-  ++g.taken;
-  g.live = true;
+  ++s.taken;
+  s.live = true;
   return true;
 }
 
-// Every stream made so far: records, and chain links followed by progress in
-// one block, each only ever replaced by a larger copy.  Nothing holds a stream's address
+// Every stream made so far: records and chain links, each one array that is
+// only ever replaced by a larger copy.  Nothing holds a stream's address
 // across a growth: the heap, the neighbours and the loops name streams by
 // index.
 struct stream_table {
   gateway_array<div_stream> records;
   gateway_array<std::int32_t> links;
-  div_progress* progress = nullptr;  // behind the links
   std::int32_t count = 0;
 };
 
@@ -104,19 +97,16 @@ std::int32_t add_streams(stream_table& t, std::int32_t count) {
   auto* records = static_cast<div_stream*>(gateway_take(total, sizeof(div_stream)));
   gateway_array<div_stream> new_records;
   new_records.data = records;
-  auto* links = static_cast<std::int32_t*>(gateway_take(total, sizeof(std::int32_t) + sizeof(div_progress)));
-  auto* progress = reinterpret_cast<div_progress*>(links + total);
+  auto* links = static_cast<std::int32_t*>(gateway_take(total, sizeof(std::int32_t)));
   if (t.count > 0) {
     std::copy_n(t.records.data, t.count, records);
     std::copy_n(t.links.data, t.count, links);
-    std::copy_n(t.progress, t.count, progress);
   }
   gateway_free(t.records.data);
   gateway_free(t.links.data);
   t.records.data = new_records.data;
   new_records.data = nullptr;
   t.links.data = links;
-  t.progress = progress;
   const std::int32_t first = t.count;
   t.count += count;
   return first;
@@ -194,7 +184,6 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   auto start_quotient_streams = [&](std::int32_t first, const term_block* block, std::int32_t count,
                                     std::int32_t last) {
     div_stream* const s = table.records.data + first;
-    div_progress* const g = table.progress + first;
     for (std::int32_t i = 0; i < count; ++i) {
       s[i].cursor = b0;
       s[i].multiplier = block->terms + static_cast<std::ptrdiff_t>(i) * stride;
@@ -202,7 +191,10 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       s[i].before = delayed ? (i == 0 ? last : first + i - 1) : no_stream;
       s[i].after = delayed && i + 1 < count ? first + i + 1 : no_stream;
       s[i].position = 1;
-      g[i] = {1, 1, false, false};
+      s[i].taken = 1;
+      s[i].passed = 1;
+      s[i].waiting = false;
+      s[i].live = false;
     }
     if (last != no_stream && delayed) table.records.data[last].after = first;
   };
@@ -232,12 +224,11 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   // A quotient stream past B's last term is done and waits for nothing.
   auto move_on = [&](std::int32_t i) {
     div_stream& s = table.records.data[i];
-    div_progress& g = table.progress[i];
-    if (s.before != no_stream && table.progress[s.before].passed <= g.taken) {
-      g.waiting = s.block != &divisor || g.taken < nB;
+    if (s.before != no_stream && table.records.data[s.before].passed <= s.taken) {
+      s.waiting = s.block != &divisor || s.taken < nB;
       return;
     }
-    if (advance(s, g, stride)) insert(i);
+    if (advance(s, stride)) insert(i);
   };
 
   acc96 acc;
@@ -272,11 +263,10 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     }
     if (order <= 0) {
       div_stream* const records = table.records.data;
-      div_progress* const progress = table.progress;
       std::int32_t popped = heap_pop_equal(heap, current_monomial, [&](std::int32_t i) {
-        const div_stream& s = records[i];
+        div_stream& s = records[i];
         acc_sub_product(acc, s.factor_value, coefficient_value(s.cursor[m]));
-        progress[i].passed = progress[i].taken;
+        s.passed = s.taken;
         ++k;
       });
       if constexpr (!order_type::copies_key)
@@ -289,22 +279,20 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
         const std::int32_t i = popped;
         popped = links[i];  // read before the stream goes back into the heap
         div_stream& s = records[i];
-        div_progress& g = progress[i];
-        g.live = false;
+        s.live = false;
         const std::int32_t after = s.after;
         if (delayed) {
           if (after != no_stream) {
-            div_progress& t = progress[after];
-            if (t.waiting && g.passed > t.taken) {
+            div_stream& t = records[after];
+            if (t.waiting && s.passed > t.taken) {
               t.waiting = false;
-              if (advance(records[after], t, stride)) insert(after);
+              if (advance(t, stride)) insert(after);
             }
           }
           move_on(i);
         } else {
-          if (advance(s, g, stride)) insert(i);
-          if (after != no_stream && !progress[after].live && advance(records[after], progress[after], stride))
-            insert(after);
+          if (advance(s, stride)) insert(i);
+          if (after != no_stream && !records[after].live && advance(records[after], stride)) insert(after);
         }
       }
     }
@@ -339,9 +327,8 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
         move_on(batch + current->count - 1);
       }
     } else {
-      // The stream of B[1].
-      if (!table.progress[batch].live && advance(table.records.data[batch], table.progress[batch], stride))
-        insert(batch);
+      div_stream& s = table.records.data[batch];  // the stream of B[1]
+      if (!s.live && advance(s, stride)) insert(batch);
     }
 
     if (current->count < capacity) {
@@ -377,7 +364,6 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
         regrow_heap(heap_array, heap, H);
         batch = make_streams(nB - 1);
         div_stream* const s = table.records.data + batch;
-        div_progress* const g = table.progress + batch;
         for (std::int32_t j = 0; j < nB - 1; ++j) {
           s[j].cursor = nullptr;
           s[j].multiplier = b0 + static_cast<std::ptrdiff_t>(j + 1) * stride;
@@ -386,7 +372,10 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
           s[j].before = delayed && j > 0 ? batch + j - 1 : no_stream;
           s[j].after = j + 1 < nB - 1 ? batch + j + 1 : no_stream;
           s[j].position = 0;
-          g[j] = {0, 0, delayed && j > 0, false};
+          s[j].taken = 0;
+          s[j].passed = 0;
+          s[j].waiting = delayed && j > 0;
+          s[j].live = false;
         }
         switched = true;
       }
