@@ -28,6 +28,7 @@
 #include "arith/heap_divide.hpp"
 
 #include <algorithm>
+#include <utility>
 
 #include "arith/acc96.hpp"
 #include "arith/grow.hpp"
@@ -94,19 +95,14 @@ struct stream_table {
 // Makes room for count more streams, returns the index of the first.
 std::int32_t add_streams(stream_table& t, std::int32_t count) {
   const auto total = static_cast<std::size_t>(t.count) + static_cast<std::size_t>(count);
-  auto* records = static_cast<div_stream*>(gateway_take(total, sizeof(div_stream)));
-  gateway_array<div_stream> new_records;
-  new_records.data = records;
-  auto* links = static_cast<std::int32_t*>(gateway_take(total, sizeof(std::int32_t)));
-  if (t.count > 0) {
-    std::copy_n(t.records.data, t.count, records);
-    std::copy_n(t.links.data, t.count, links);
-  }
-  gateway_free(t.records.data);
-  gateway_free(t.links.data);
-  t.records.data = new_records.data;
-  new_records.data = nullptr;
-  t.links.data = links;
+  gateway_array<div_stream> records;
+  records.data = static_cast<div_stream*>(gateway_take(total, sizeof(div_stream)));
+  gateway_array<std::int32_t> links;
+  links.data = static_cast<std::int32_t*>(gateway_take(total, sizeof(std::int32_t)));
+  std::copy_n(t.records.data, t.count, records.data);
+  std::copy_n(t.links.data, t.count, links.data);
+  std::swap(t.records.data, records.data);  // the old arrays go with the locals
+  std::swap(t.links.data, links.data);
   const std::int32_t first = t.count;
   t.count += count;
   return first;
