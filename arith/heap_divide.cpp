@@ -7,7 +7,10 @@
 //
 // A quotient stream belongs to one quotient slot and walks B[1 ...]; a divisor
 // stream belongs to one B[j], j >= 1, and walks the quotient from the first
-// term written after the switch, block by block.  The heap starts with
+// term written after the switch.  Both walk by index: the quotient's terms
+// are recorded (key, term, coefficient value) as their slots are written, so
+// a product reads two small records and a stream's progress is one integer.
+// The heap starts with
 // quotient streams and, once the quotient slots would outnumber B's
 // non-leading terms, switches for good to divisor streams: the heap then never
 // holds more than one entry per quotient slot made before the switch plus one
@@ -21,10 +24,8 @@
 // the product enters below the monomial being processed and before its own
 // monomial can reach the root, and the heap holds only products that could be
 // next.  The passes, their counts and so the blocks and the switch are those
-// of eager insertion.  A divisor with repeated monomials would make equal
-// products wait into a later pass, so it takes the eager order: a quotient
-// stream walks on by itself, and the divisor stream of B[j + 1] (re)starts
-// whenever the stream of B[j] is popped.
+// of eager insertion.  A divisor that repeats a monomial would split that
+// monomial's products over two passes, so it is merged first.
 #include "arith/heap_divide.hpp"
 
 #include <algorithm>
@@ -44,80 +45,14 @@
 namespace vorn {
 namespace {
 
-// A stream's record; streams are named by index (see the stream table).
-struct div_stream {
-  const word* cursor;       // the walked term, while live
-  const word* multiplier;   // the fixed term
-  const term_block* block;  // what the cursor walks: B, or the quotient blocks from the switch on
-  union {
-    word* key;                // the current product's monomial, with buffer keys
-    std::uint64_t factor_key;  // the fixed term's key, with integer keys
-  };
-  std::int32_t factor_value;  // the fixed term's coefficient value
-  std::int32_t before;      // the stream whose pops this one waits for, or no_stream
-  std::int32_t after;       // the stream waiting for this one's pops, or no_stream
-  std::int32_t position;    // terms of block taken; the cursor is term position - 1
-  std::int32_t taken;       // terms of the whole walk taken; the current product is term taken - 1
-  std::int32_t passed;      // terms of the walk whose products have left the heap
-  bool waiting;             // its next product waits for before to pass it
-  bool live;                // holds a current product
-};
-
-// Moves s to its next term, past full and empty blocks; false (s not live,
-// left on the last block tried) when the list has no further term yet.
-inline bool advance(div_stream& s, std::ptrdiff_t stride) noexcept {
-  while (s.position >= s.block->count) {
-    const term_block* next = s.block->next;
-    if (next == nullptr) {
-      s.live = false;
-      return false;
-    }
-    s.block = next;
-    s.position = 0;
-  }
-  s.cursor = s.position == 0 ? s.block->terms : s.cursor + stride;
-  ++s.position;
-  ++s.taken;
-  s.live = true;
-  return true;
-}
-
-// Every stream made so far: records and chain links, each one array that is
-// only ever replaced by a larger copy.  Nothing holds a stream's address
-// across a growth: the heap, the neighbours and the loops name streams by
-// index.
-struct stream_table {
-  gateway_array<div_stream> records;
-  gateway_array<std::int32_t> links;
-  std::int32_t count = 0;
-};
-
-// Makes room for count more streams, returns the index of the first.
-std::int32_t add_streams(stream_table& t, std::int32_t count) {
-  const auto total = static_cast<std::size_t>(t.count) + static_cast<std::size_t>(count);
-  gateway_array<div_stream> records;
-  records.data = static_cast<div_stream*>(gateway_take(total, sizeof(div_stream)));
-  gateway_array<std::int32_t> links;
-  links.data = static_cast<std::int32_t*>(gateway_take(total, sizeof(std::int32_t)));
-  std::copy_n(t.records.data, t.count, records.data);
-  std::copy_n(t.links.data, t.count, links.data);
-  std::swap(t.records.data, records.data);  // the old arrays go with the locals
-  std::swap(t.links.data, links.data);
-  const std::int32_t first = t.count;
-  t.count += count;
-  return first;
-}
-
-// The heap array is only ever replaced by a larger one, n entries copied.
-template <class Order>
-void regrow_heap(gateway_array<basic_heap_entry<typename Order::key_type>>& array, basic_term_heap<Order>& heap,
-                 std::int32_t capacity) {
-  using entry = basic_heap_entry<typename Order::key_type>;
-  auto* larger = static_cast<entry*>(gateway_take(static_cast<std::size_t>(capacity), sizeof(entry)));
-  std::copy_n(array.data, heap.n, larger);
-  gateway_free(array.data);
-  array.data = larger;
-  heap.entries = larger;
+// Replaces the array by a larger one of count elements that starts with its
+// first kept ones.
+template <class T>
+void regrow(gateway_array<T>& a, std::size_t kept, std::size_t count) {
+  gateway_array<T> larger;
+  larger.data = static_cast<T*>(gateway_take(count, sizeof(T)));
+  if (a.data != nullptr) std::copy_n(a.data, kept, larger.data);
+  std::swap(a.data, larger.data);  // the old array goes with the local
 }
 
 template <int Msize, class Order>
@@ -130,8 +65,6 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   const std::int32_t nB = B.count;
   const word guard = layout_guard(A.layout);
   const word* const b0 = B.terms;
-  const term_block divisor{B.terms, B.layout, nB, nullptr};
-  const bool delayed = strictly_decreasing<Msize>({B.terms, nB}, shape_of(B.layout));
 
   // Coefficients may be unreduced or negative immediates.
   std::int32_t lead = coefficient_value(b0[m]) % p;
@@ -145,57 +78,107 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   field_maxima<Msize>(b_maxima, B.terms, nB, m, layout_shift(A.layout));
   auto* const current_monomial = static_cast<word*>(scratch.take(m_words, sizeof(word)));
 
-  const std::int32_t cap0 = first_block > 0 ? first_block : std::min<std::int32_t>(nB, 1024);
   using order_type = Order;
-  using entry = basic_heap_entry<typename order_type::key_type>;
+  using key_type = typename order_type::key_type;
+  using entry = basic_heap_entry<key_type>;
+  constexpr bool integer_keys = order_type::integer_keys;
+
+  // A factor of the products: its key (with integer keys), its term and its
+  // coefficient value, made once.  B's are made here, the quotient's when
+  // its slot is written.
+  struct factor {
+    key_type key;
+    const word* term;
+    std::int32_t value;
+  };
+  const order_type order{m, layout_is_tdeg(A.layout)};
+  auto make_factor = [&](const word* t) {
+    if constexpr (integer_keys)
+      return factor{order.term_key(t), t, coefficient_value(t[m])};
+    else
+      return factor{nullptr, t, coefficient_value(t[m])};
+  };
+  auto* const b_factors = static_cast<factor*>(scratch.take(static_cast<std::size_t>(nB), sizeof(factor)));
+  for (std::int32_t j = 0; j < nB; ++j) b_factors[j] = make_factor(b0 + j * stride);
+  gateway_array<factor> q_factors;  // one per quotient slot allocated
+  std::int32_t nq = 0;              // quotient terms written
+
+  const std::int32_t cap0 = first_block > 0 ? first_block : std::min<std::int32_t>(nB, 1024);
   gateway_array<entry> heap_array;
   heap_array.data = static_cast<entry*>(gateway_take(static_cast<std::size_t>(cap0), sizeof(entry)));
   std::int32_t H = cap0;
-  stream_table table;
-  basic_term_heap<order_type> heap{heap_array.data, 0, {m, layout_is_tdeg(A.layout)}, nullptr};
+  basic_term_heap<order_type> heap{heap_array.data, 0, order, nullptr};
 
-  // The fixed term's value and key are read once, not with every product.
-  auto set_factor = [&](div_stream& s) {
-    s.factor_value = coefficient_value(s.multiplier[m]);
-    if constexpr (order_type::integer_keys)
-      s.factor_key = static_cast<std::uint64_t>(heap.order.term_key(s.multiplier));
-  };
+  // Streams, named by index: first the quotient streams, stream i for slot i
+  // of the quotient walking B[1 ...], made one per slot until the switch;
+  // then the divisor streams, stream divisor_base + d for B[d + 1] walking
+  // the quotient from the slot after the last quotient stream's.  Per stream
+  // in arrays of their own: the chain link, its key buffer (buffer keys) and
+  // its state, 2·(index of the next product to insert) + (1 when none of its
+  // products is in the heap), so that the current product is (state >> 1) - 1.
+  // Each state array has a sentinel on either side: the one before has passed
+  // every index, the one after waits for none.  A slot not yet written has
+  // state 0 and so waits for nothing either.
+  gateway_array<std::int32_t> links;
+  gateway_array<std::int32_t> queue_array;  // a pass's products: stream, index
+  gateway_array<word> buffers;
+  gateway_array<std::int32_t> q_state_array;
+  gateway_array<std::int32_t> d_state_array;
+  std::int32_t streams = 0;
+  std::int32_t quotient_streams = 0;
+  std::int32_t divisor_base = 0;
+  std::int32_t* q_state = nullptr;
+  std::int32_t* d_state = nullptr;
 
-  // count more streams, each with its key buffer; returns the first index.
-  auto make_streams = [&](std::int32_t count) {
-    word* keys = nullptr;
-    if constexpr (!order_type::integer_keys)
-      keys = static_cast<word*>(scratch.take(checked_bytes(static_cast<std::size_t>(count), m_words), sizeof(word)));
-    const std::int32_t first = add_streams(table, count);
-    heap.links = table.links.data;
-    if constexpr (!order_type::integer_keys)
-      for (std::int32_t i = 0; i < count; ++i)
-        table.records.data[first + i].key = keys + static_cast<std::ptrdiff_t>(i) * m;
-    return first;
-  };
-  // Stream first + i multiplies slot i of the block by B[1 ...], once the
-  // slot is written (its factor is read then); it waits for the stream of
-  // the slot before (last is that stream, or no_stream for the quotient's
-  // first slot).
-  auto start_quotient_streams = [&](std::int32_t first, const term_block* block, std::int32_t count,
-                                    std::int32_t last) {
-    div_stream* const s = table.records.data + first;
-    for (std::int32_t i = 0; i < count; ++i) {
-      s[i].cursor = b0;
-      s[i].multiplier = block->terms + static_cast<std::ptrdiff_t>(i) * stride;
-      s[i].block = &divisor;
-      s[i].before = delayed ? (i == 0 ? last : first + i - 1) : no_stream;
-      s[i].after = delayed && i + 1 < count ? first + i + 1 : no_stream;
-      s[i].position = 1;
-      s[i].taken = 1;
-      s[i].passed = 1;
-      s[i].waiting = false;
-      s[i].live = false;
+  auto add_streams = [&](std::int32_t count) {
+    const std::int32_t old = streams;
+    streams += count;
+    const auto total = static_cast<std::size_t>(streams);
+    regrow(links, static_cast<std::size_t>(old), total);
+    regrow(queue_array, 0, checked_bytes(total, 2));
+    heap.links = links.data;
+    if constexpr (!integer_keys) {
+      // Keys in the heap are buffer addresses: they follow the buffers.
+      const word* const before = buffers.data;
+      gateway_array<word> larger;
+      larger.data = static_cast<word*>(gateway_take(checked_bytes(total, m_words), sizeof(word)));
+      std::copy_n(buffers.data, static_cast<std::size_t>(old) * m_words, larger.data);
+      for (std::int32_t h = 0; h < heap.n; ++h) heap.entries[h].key = larger.data + (heap.entries[h].key - before);
+      std::swap(buffers.data, larger.data);
     }
-    if (last != no_stream && delayed) table.records.data[last].after = first;
+  };
+  auto add_quotient_streams = [&](std::int32_t count) {
+    const std::int32_t old = quotient_streams;
+    add_streams(count);
+    quotient_streams += count;
+    regrow(q_state_array, static_cast<std::size_t>(old) + 1, static_cast<std::size_t>(quotient_streams) + 2);
+    q_state = q_state_array.data + 1;
+    q_state[-1] = INT32_MAX;
+    std::fill(q_state + old, q_state + quotient_streams + 1, 0);
+  };
+  auto grow_quotient = [&](std::int32_t capacity) {
+    regrow(q_factors, static_cast<std::size_t>(nq), static_cast<std::size_t>(nq) + static_cast<std::size_t>(capacity));
   };
 
-  std::int32_t batch = make_streams(cap0);  // the streams of the current block's slots
+  // q_i·B[j], and B[d + 1]·q_k.
+  auto insert_quotient = [&](std::int32_t i, std::int32_t j) {
+    const factor& q = q_factors.data[i];
+    if constexpr (integer_keys)
+      heap_insert(heap, order.product_of_keys(q.key, b_factors[j].key), i);
+    else
+      heap_insert(heap, order.product_key(q.term, b_factors[j].term, buffers.data + std::ptrdiff_t{i} * m), i);
+  };
+  auto insert_divisor = [&](std::int32_t d, std::int32_t k) {
+    const std::int32_t s = divisor_base + d;
+    const factor& q = q_factors.data[k];
+    if constexpr (integer_keys)
+      heap_insert(heap, order.product_of_keys(b_factors[d + 1].key, q.key), s);
+    else
+      heap_insert(heap, order.product_key(b_factors[d + 1].term, q.term, buffers.data + std::ptrdiff_t{s} * m), s);
+  };
+
+  grow_quotient(cap0);
+  add_quotient_streams(cap0);
   if (info_level > 3) host_printf(cbt, "alloc %d terms\n", static_cast<int>(cap0));
   term_block* current = alloc_term_block(cap0, A.layout, 1);
   if (current == nullptr) fail("out of memory");
@@ -203,29 +186,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   current->count = 0;
   std::int32_t capacity = cap0;
   word* slot = current->terms;
-  start_quotient_streams(batch, current, cap0, no_stream);
   bool switched = false;
-
-  using key_type = typename order_type::key_type;
-  auto insert = [&](std::int32_t i) {
-    div_stream& s = table.records.data[i];
-    if constexpr (order_type::integer_keys)
-      heap_insert(heap, heap.order.product_of_keys(static_cast<key_type>(s.factor_key), heap.order.term_key(s.cursor)),
-                  i);
-    else
-      heap_insert(heap, heap.order.product_key(s.multiplier, s.cursor, s.key), i);
-  };
-  // Inserts the stream's next product when the stream before it has passed
-  // that term, and marks it waiting otherwise.
-  // A quotient stream past B's last term is done and waits for nothing.
-  auto move_on = [&](std::int32_t i) {
-    div_stream& s = table.records.data[i];
-    if (s.before != no_stream && table.records.data[s.before].passed <= s.taken) {
-      s.waiting = s.block != &divisor || s.taken < nB;
-      return;
-    }
-    if (advance(s, stride)) insert(i);
-  };
 
   acc96 acc;
   const word* a = A.terms;  // A[iA]
@@ -234,61 +195,87 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     acc_clear(acc);
     std::int32_t k = 0;  // contributions to this monomial
 
-    std::int32_t order;  // of A[iA] against the largest product
+    std::int32_t order_of_a;  // of A[iA] against the largest product
     if (heap.n == 0)
-      order = 1;
+      order_of_a = 1;
     else if (iA == nA)
-      order = -1;
+      order_of_a = -1;
     else if constexpr (Msize == 1)
-      order = static_cast<std::int32_t>(a[0]) > heap.entries[0].key    ? 1
-              : static_cast<std::int32_t>(a[0]) == heap.entries[0].key ? 0
-                                                                        : -1;
-    else if constexpr (order_type::integer_keys) {
-      const auto ka = heap.order.key_of(a);
-      order = ka > heap.entries[0].key ? 1 : ka == heap.entries[0].key ? 0 : -1;
+      order_of_a = static_cast<std::int32_t>(a[0]) > heap.entries[0].key    ? 1
+                   : static_cast<std::int32_t>(a[0]) == heap.entries[0].key ? 0
+                                                                             : -1;
+    else if constexpr (integer_keys) {
+      const auto ka = order.key_of(a);
+      order_of_a = ka > heap.entries[0].key ? 1 : ka == heap.entries[0].key ? 0 : -1;
     } else
-      order = compare_monomials<Msize>(a, heap.entries[0].key, m, heap.order.tdeg);
+      order_of_a = compare_monomials<Msize>(a, heap.entries[0].key, m, order.tdeg);
 
     const word* monomial = a;
-    if (order >= 0) {
-      monomial = a;
+    if (order_of_a >= 0) {
       acc_add(acc, coefficient_value(a[m]));
       a += stride;
       ++iA;
       k = 1;
     }
-    if (order <= 0) {
-      div_stream* const records = table.records.data;
-      std::int32_t popped = heap_pop_equal(heap, current_monomial, [&](std::int32_t i) {
-        div_stream& s = records[i];
-        acc_sub_product(acc, s.factor_value, coefficient_value(s.cursor[m]));
-        s.passed = s.taken;
-        ++k;
-      });
-      if constexpr (!order_type::copies_key)
-        monomial_add<Msize>(current_monomial, records[popped].multiplier, records[popped].cursor, m);
-      monomial = current_monomial;
-      // Every popped stream has its passed count before any moves on, so a
-      // stream and the one before it popped together see each other's.
-      const std::int32_t* const links = table.links.data;
-      while (popped != no_stream) {
-        const std::int32_t i = popped;
-        popped = links[i];  // read before the stream goes back into the heap
-        div_stream& s = records[i];
-        s.live = false;
-        const std::int32_t after = s.after;
-        if (delayed) {
-          if (after != no_stream) {
-            div_stream& t = records[after];
-            if (t.waiting && s.passed > t.taken) {
-              t.waiting = false;
-              if (advance(t, stride)) insert(after);
-            }
-          }
-          move_on(i);
+    if (order_of_a <= 0) {
+      // Every popped product marks its stream before any moves on, so a
+      // stream and its neighbour popped together see each other's state.
+      const factor* const qf = q_factors.data;
+      std::int32_t* const queue = queue_array.data;
+      std::int32_t popped = 0;
+      heap_pop_equal(heap, current_monomial, [&](std::int32_t s) {
+        const factor* x;
+        const factor* y;
+        std::int32_t at;
+        if (s < quotient_streams) {
+          at = (q_state[s] >> 1) - 1;
+          q_state[s] |= 1;
+          x = qf + s;
+          y = b_factors + at;
         } else {
-          if (advance(s, stride)) insert(i);
-          if (after != no_stream && !records[after].live && advance(records[after], stride)) insert(after);
+          at = (d_state[s - divisor_base] >> 1) - 1;
+          d_state[s - divisor_base] |= 1;
+          x = b_factors + (s - divisor_base + 1);
+          y = qf + at;
+        }
+        if constexpr (!order_type::copies_key)
+          if (popped == 0) monomial_add<Msize>(current_monomial, x->term, y->term, m);
+        acc_sub_product(acc, x->value, y->value);
+        queue[2 * popped] = s;
+        queue[2 * popped + 1] = at;
+        ++popped;
+      });
+      k += popped;
+      monomial = current_monomial;
+      for (std::int32_t e = 0; e < popped; ++e) {
+        const std::int32_t s = queue[2 * e];
+        const std::int32_t at = queue[2 * e + 1];
+        if (s < quotient_streams) {
+          const std::int32_t i = s;
+          const std::int32_t j = at;
+          // The next stream was waiting for this product.
+          if (q_state[i + 1] == 2 * j + 1) {
+            q_state[i + 1] = 2 * (j + 1);
+            insert_quotient(i + 1, j);
+          }
+          // This stream moves on once the one before it has passed j + 1.
+          if (j + 1 < nB && (q_state[i] & 1) != 0 && q_state[i - 1] >= 2 * (j + 2) + 1) {
+            q_state[i] = 2 * (j + 2);
+            insert_quotient(i, j + 1);
+          }
+        } else {
+          const std::int32_t d = s - divisor_base;
+          const std::int32_t kq = at;
+          if (d_state[d + 1] == 2 * kq + 1) {
+            d_state[d + 1] = 2 * (kq + 1);
+            insert_divisor(d + 1, kq);
+          }
+          // Past the quotient written so far, the stream of B[1] waits for
+          // the next slot to be written, the others for the one before.
+          if (kq + 1 < nq && (d_state[d] & 1) != 0 && d_state[d - 1] >= 2 * (kq + 2) + 1) {
+            d_state[d] = 2 * (kq + 2);
+            insert_divisor(d, kq + 1);
+          }
         }
       }
     }
@@ -316,15 +303,23 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
                                              static_cast<std::uint32_t>(p));
     slot[m] = make_immediate(q);
     ++current->count;
+    const std::int32_t g = nq++;
+    q_factors.data[g] = make_factor(slot);
 
     if (!switched) {
+      // The slot's stream starts at B[1] once the stream before has passed it.
       if (nB >= 2) {
-        set_factor(table.records.data[batch + current->count - 1]);
-        move_on(batch + current->count - 1);
+        if (q_state[g - 1] >= 2 * 2 + 1) {
+          q_state[g] = 2 * 2;
+          insert_quotient(g, 1);
+        } else {
+          q_state[g] = 2 * 1 + 1;
+        }
       }
-    } else {
-      div_stream& s = table.records.data[batch];  // the stream of B[1]
-      if (!s.live && advance(s, stride)) insert(batch);
+    } else if (d_state[0] == 2 * g + 1) {
+      // The stream of B[1] was waiting for this slot.
+      d_state[0] = 2 * (g + 1);
+      insert_divisor(0, g);
     }
 
     if (current->count < capacity) {
@@ -332,7 +327,6 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       continue;
     }
 
-    const std::int32_t full = capacity;
     const std::int32_t newcap = grow_estimate(capacity, k);
     if (info_level > 3) host_printf(cbt, "alloc %d terms\n", static_cast<int>(newcap));
     term_block* next = alloc_term_block(newcap, A.layout, 1);
@@ -342,37 +336,30 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     current->count = 0;
     capacity = newcap;
     slot = current->terms;
+    grow_quotient(newcap);
 
     if (!switched && nB >= 2) {
       if (nB - 1 > H + newcap) {
-        regrow_heap(heap_array, heap, H + newcap);
-        const std::int32_t last = batch + (full - 1);
-        batch = make_streams(newcap);
-        start_quotient_streams(batch, current, newcap, last);
+        regrow(heap_array, static_cast<std::size_t>(heap.n), static_cast<std::size_t>(H + newcap));
+        heap.entries = heap_array.data;
+        add_quotient_streams(newcap);
         H += newcap;
       } else {
         // Quotient slots from here on get no stream of their own: one stream
-        // per non-leading term of B walks them all instead.
+        // per non-leading term of B walks them all instead, from this slot.
         H += nB - 1;
         if (info_level > 4)
           host_printf(cbt, "switch! qn=%d terms, dn=%d terms, heap=%d\n", static_cast<int>(newcap),
                       static_cast<int>(nB - 1), static_cast<int>(H));
-        regrow_heap(heap_array, heap, H);
-        batch = make_streams(nB - 1);
-        div_stream* const s = table.records.data + batch;
-        for (std::int32_t j = 0; j < nB - 1; ++j) {
-          s[j].cursor = nullptr;
-          s[j].multiplier = b0 + static_cast<std::ptrdiff_t>(j + 1) * stride;
-          set_factor(s[j]);
-          s[j].block = current;
-          s[j].before = delayed && j > 0 ? batch + j - 1 : no_stream;
-          s[j].after = j + 1 < nB - 1 ? batch + j + 1 : no_stream;
-          s[j].position = 0;
-          s[j].taken = 0;
-          s[j].passed = 0;
-          s[j].waiting = delayed && j > 0;
-          s[j].live = false;
-        }
+        regrow(heap_array, static_cast<std::size_t>(heap.n), static_cast<std::size_t>(H));
+        heap.entries = heap_array.data;
+        divisor_base = streams;
+        add_streams(nB - 1);
+        regrow(d_state_array, 0, static_cast<std::size_t>(nB) + 1);
+        d_state = d_state_array.data + 1;
+        d_state[-1] = INT32_MAX;
+        std::fill(d_state, d_state + (nB - 1), 2 * nq + 1);
+        d_state[nB - 1] = 0;
         switched = true;
       }
     }
@@ -381,10 +368,36 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   return true;
 }
 
+// B with the terms of each repeated monomial summed mod p into one, and
+// terms that sum to 0 dropped.
+term_block merged(term_block B, std::int32_t p, tracked_list& scratch) {
+  const int m = layout_msize(B.layout);
+  const std::ptrdiff_t stride = m + 1;
+  auto* const out = static_cast<word*>(
+      scratch.take(checked_bytes(static_cast<std::size_t>(B.count), static_cast<std::size_t>(stride)), sizeof(word)));
+  std::int32_t n = 0;
+  for (std::int32_t t = 0; t < B.count;) {
+    const word* const first = B.terms + t * stride;
+    std::int64_t sum = 0;
+    do {
+      sum += coefficient_value(B.terms[t * stride + m]);
+      ++t;
+    } while (t < B.count && monomials_equal<0>(first, B.terms + t * stride, m));
+    auto r = static_cast<std::int32_t>(sum % p);
+    if (r < 0) r += p;
+    if (r == 0) continue;
+    std::copy_n(first, m, out + n * stride);
+    out[n * stride + m] = make_immediate(r);
+    ++n;
+  }
+  return {out, B.layout, n, nullptr};
+}
+
 }  // namespace
 
 bool heap_divide(const callback_table& cbt, tracked_list& scratch, std::int32_t p, term_block A, term_block B,
                  term_block_list& quotient, division_options options) {
+  if (!strictly_decreasing<0>({B.terms, B.count}, shape_of(B.layout))) B = merged(B, p, scratch);
   if (B.count == 0) return false;
   if (two_word_keys_decide({A.terms, A.count}, {B.terms, B.count}, shape_of(A.layout)))
     return divide_heap<3, wide_key_order<3>>(cbt, scratch, p, A, B, quotient, options.first_block);

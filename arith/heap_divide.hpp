@@ -22,9 +22,9 @@ struct division_options {
 };
 
 // Divides A by B mod p (1 <= p < 2^30; A and B packed alike, decreasing, no
-// big coefficients).  True with the quotient on `quotient` (empty on entry)
+// big coefficients; a monomial B repeats is merged into one term first).  True with the quotient on `quotient` (empty on entry)
 // when B divides A; false with `quotient` empty otherwise, and when B has no
-// terms.  Stream records and key buffers go on `scratch`, for the caller to
+// terms.  B's decoded terms (and a merged B) go on `scratch`, for the caller to
 // free.  Raises "division by zero" when B's leading coefficient has no inverse
 // mod p, "exponent overflow" before a quotient term whose products with B
 // would reach a guard bit, "out of memory", and "Interrupted" (polled once per
