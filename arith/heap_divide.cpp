@@ -83,25 +83,30 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   using entry = basic_heap_entry<key_type>;
   constexpr bool integer_keys = order_type::integer_keys;
 
-  // A factor of the products: its key (with integer keys), its term and its
-  // coefficient value, made once.  B's are made here, the quotient's when
-  // its slot is written.
-  struct factor {
-    key_type key;
-    const word* term;
-    std::int32_t value;
-  };
+  // Per term of B and of the quotient, in arrays of their own: the
+  // coefficient value, and with integer keys the step, the change of key
+  // to the next term.  A popped product's successors take their keys from
+  // the popped key and one step; only a slot's first product, with B[1], is
+  // formed from two keys.  The quotient's arrays are filled as its slots are
+  // written (a slot's step once the next one is), and its terms are kept for
+  // buffer keys and popped monomials.
   const order_type order{m, layout_is_tdeg(A.layout)};
-  auto make_factor = [&](const word* t) {
-    if constexpr (integer_keys)
-      return factor{order.term_key(t), t, coefficient_value(t[m])};
-    else
-      return factor{nullptr, t, coefficient_value(t[m])};
-  };
-  auto* const b_factors = static_cast<factor*>(scratch.take(static_cast<std::size_t>(nB), sizeof(factor)));
-  for (std::int32_t j = 0; j < nB; ++j) b_factors[j] = make_factor(b0 + j * stride);
-  gateway_array<factor> q_factors;  // one per quotient slot allocated
-  std::int32_t nq = 0;              // quotient terms written
+  auto* const b_values = static_cast<std::int32_t*>(scratch.take(static_cast<std::size_t>(nB), sizeof(std::int32_t)));
+  key_type* b_steps = nullptr;
+  key_type b1_key{};
+  for (std::int32_t j = 0; j < nB; ++j) b_values[j] = coefficient_value(b0[j * stride + m]);
+  if constexpr (integer_keys) {
+    b_steps = static_cast<key_type*>(scratch.take(static_cast<std::size_t>(nB), sizeof(key_type)));
+    for (std::int32_t j = 0; j + 1 < nB; ++j)
+      b_steps[j] = order.step(order.term_key(b0 + j * stride), order.term_key(b0 + (j + 1) * stride));
+    b_steps[nB - 1] = {};
+    if (nB >= 2) b1_key = order.term_key(b0 + stride);
+  }
+  gateway_array<std::int32_t> q_values;  // one per quotient slot allocated
+  gateway_array<key_type> q_steps;
+  gateway_array<const word*> q_terms;
+  key_type last_q_key{};
+  std::int32_t nq = 0;  // quotient terms written
 
   const std::int32_t cap0 = first_block > 0 ? first_block : std::min<std::int32_t>(nB, 1024);
   gateway_array<entry> heap_array;
@@ -157,24 +162,34 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     std::fill(q_state + old, q_state + quotient_streams + 1, 0);
   };
   auto grow_quotient = [&](std::int32_t capacity) {
-    regrow(q_factors, static_cast<std::size_t>(nq), static_cast<std::size_t>(nq) + static_cast<std::size_t>(capacity));
+    const auto kept = static_cast<std::size_t>(nq);
+    const std::size_t total = kept + static_cast<std::size_t>(capacity);
+    regrow(q_values, kept, total);
+    regrow(q_terms, kept, total);
+    if constexpr (integer_keys) regrow(q_steps, kept, total);
   };
 
-  // q_i·B[j], and B[d + 1]·q_k.
-  auto insert_quotient = [&](std::int32_t i, std::int32_t j) {
-    const factor& q = q_factors.data[i];
+  // q_i·B[j], and B[d + 1]·q_k, under key (integer keys) or in the stream's buffer.
+  auto insert_quotient = [&](std::int32_t i, std::int32_t j, key_type key) {
     if constexpr (integer_keys)
-      heap_insert(heap, order.product_of_keys(q.key, b_factors[j].key), i);
+      heap_insert(heap, key, i);
     else
-      heap_insert(heap, order.product_key(q.term, b_factors[j].term, buffers.data + std::ptrdiff_t{i} * m), i);
+      heap_insert(heap, order.product_key(q_terms.data[i], b0 + j * stride, buffers.data + std::ptrdiff_t{i} * m), i);
   };
-  auto insert_divisor = [&](std::int32_t d, std::int32_t k) {
+  auto insert_divisor = [&](std::int32_t d, std::int32_t k, key_type key) {
     const std::int32_t s = divisor_base + d;
-    const factor& q = q_factors.data[k];
     if constexpr (integer_keys)
-      heap_insert(heap, order.product_of_keys(b_factors[d + 1].key, q.key), s);
+      heap_insert(heap, key, s);
     else
-      heap_insert(heap, order.product_key(b_factors[d + 1].term, q.term, buffers.data + std::ptrdiff_t{s} * m), s);
+      heap_insert(heap, order.product_key(b0 + (d + 1) * stride, q_terms.data[k], buffers.data + std::ptrdiff_t{s} * m),
+                  s);
+  };
+  // The key of a popped product with one factor moved on by step.
+  auto stepped = [&](key_type popped, const key_type* steps, std::int32_t at) {
+    if constexpr (integer_keys)
+      return order.stepped(popped, steps[at]);
+    else
+      return key_type{};
   };
 
   grow_quotient(cap0);
@@ -220,27 +235,32 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     if (order_of_a <= 0) {
       // Every popped product marks its stream before any moves on, so a
       // stream and its neighbour popped together see each other's state.
-      const factor* const qf = q_factors.data;
+      const std::int32_t* const qv = q_values.data;
+      const key_type* const qs = q_steps.data;
       std::int32_t* const queue = queue_array.data;
+      const key_type key = heap.entries[0].key;
       std::int32_t popped = 0;
       heap_pop_equal(heap, current_monomial, [&](std::int32_t s) {
-        const factor* x;
-        const factor* y;
         std::int32_t at;
+        std::int32_t x;
+        std::int32_t y;
         if (s < quotient_streams) {
           at = (q_state[s] >> 1) - 1;
           q_state[s] |= 1;
-          x = qf + s;
-          y = b_factors + at;
+          x = qv[s];
+          y = b_values[at];
+          if constexpr (!order_type::copies_key)
+            if (popped == 0) monomial_add<Msize>(current_monomial, q_terms.data[s], b0 + at * stride, m);
         } else {
-          at = (d_state[s - divisor_base] >> 1) - 1;
-          d_state[s - divisor_base] |= 1;
-          x = b_factors + (s - divisor_base + 1);
-          y = qf + at;
+          const std::int32_t d = s - divisor_base;
+          at = (d_state[d] >> 1) - 1;
+          d_state[d] |= 1;
+          x = b_values[d + 1];
+          y = qv[at];
+          if constexpr (!order_type::copies_key)
+            if (popped == 0) monomial_add<Msize>(current_monomial, b0 + (d + 1) * stride, q_terms.data[at], m);
         }
-        if constexpr (!order_type::copies_key)
-          if (popped == 0) monomial_add<Msize>(current_monomial, x->term, y->term, m);
-        acc_sub_product(acc, x->value, y->value);
+        acc_sub_product(acc, x, y);
         queue[2 * popped] = s;
         queue[2 * popped + 1] = at;
         ++popped;
@@ -256,25 +276,25 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
           // The next stream was waiting for this product.
           if (q_state[i + 1] == 2 * j + 1) {
             q_state[i + 1] = 2 * (j + 1);
-            insert_quotient(i + 1, j);
+            insert_quotient(i + 1, j, stepped(key, qs, i));
           }
           // This stream moves on once the one before it has passed j + 1.
           if (j + 1 < nB && (q_state[i] & 1) != 0 && q_state[i - 1] >= 2 * (j + 2) + 1) {
             q_state[i] = 2 * (j + 2);
-            insert_quotient(i, j + 1);
+            insert_quotient(i, j + 1, stepped(key, b_steps, j));
           }
         } else {
           const std::int32_t d = s - divisor_base;
           const std::int32_t kq = at;
           if (d_state[d + 1] == 2 * kq + 1) {
             d_state[d + 1] = 2 * (kq + 1);
-            insert_divisor(d + 1, kq);
+            insert_divisor(d + 1, kq, stepped(key, b_steps, d + 1));
           }
           // Past the quotient written so far, the stream of B[1] waits for
           // the next slot to be written, the others for the one before.
           if (kq + 1 < nq && (d_state[d] & 1) != 0 && d_state[d - 1] >= 2 * (kq + 2) + 1) {
             d_state[d] = 2 * (kq + 2);
-            insert_divisor(d, kq + 1);
+            insert_divisor(d, kq + 1, stepped(key, qs, kq));
           }
         }
       }
@@ -304,14 +324,23 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     slot[m] = make_immediate(q);
     ++current->count;
     const std::int32_t g = nq++;
-    q_factors.data[g] = make_factor(slot);
+    q_values.data[g] = q;
+    q_terms.data[g] = slot;
+    // The key of this slot's product with B[1], and the step to it from the slot before.
+    key_type first_key{};
+    if constexpr (integer_keys) {
+      const key_type k_slot = order.term_key(slot);
+      if (g > 0) q_steps.data[g - 1] = order.step(last_q_key, k_slot);
+      last_q_key = k_slot;
+      first_key = order.product_of_keys(k_slot, b1_key);
+    }
 
     if (!switched) {
       // The slot's stream starts at B[1] once the stream before has passed it.
       if (nB >= 2) {
         if (q_state[g - 1] >= 2 * 2 + 1) {
           q_state[g] = 2 * 2;
-          insert_quotient(g, 1);
+          insert_quotient(g, 1, first_key);
         } else {
           q_state[g] = 2 * 1 + 1;
         }
@@ -319,7 +348,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     } else if (d_state[0] == 2 * g + 1) {
       // The stream of B[1] was waiting for this slot.
       d_state[0] = 2 * (g + 1);
-      insert_divisor(0, g);
+      insert_divisor(0, g, first_key);
     }
 
     if (current->count < capacity) {
