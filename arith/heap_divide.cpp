@@ -426,8 +426,11 @@ term_block merged(term_block B, std::int32_t p, tracked_list& scratch) {
 
 bool heap_divide(const callback_table& cbt, tracked_list& scratch, std::int32_t p, term_block A, term_block B,
                  term_block_list& quotient, division_options options) {
-  if (!strictly_decreasing<0>({B.terms, B.count}, shape_of(B.layout))) B = merged(B, p, scratch);
   if (B.count == 0) return false;
+  if (!strictly_decreasing<0>({B.terms, B.count}, shape_of(B.layout))) {
+    B = merged(B, p, scratch);
+    if (B.count == 0) fail("division by zero");  // its terms cancel mod p
+  }
   if (two_word_keys_decide({A.terms, A.count}, {B.terms, B.count}, shape_of(A.layout)))
     return divide_heap<3, wide_key_order<3>>(cbt, scratch, p, A, B, quotient, options.first_block);
   return with_msize(layout_msize(A.layout), [&](auto M) {

@@ -26,7 +26,7 @@ struct division_options {
 // when B divides A; false with `quotient` empty otherwise, and when B has no
 // terms.  B's decoded terms (and a merged B) go on `scratch`, for the caller to
 // free.  Raises "division by zero" when B's leading coefficient has no inverse
-// mod p, "exponent overflow" before a quotient term whose products with B
+// mod p or B's terms cancel, "exponent overflow" before a quotient term whose products with B
 // would reach a guard bit, "out of memory", and "Interrupted" (polled once per
 // new quotient block); every block the call holds is released by its owner.
 bool heap_divide(const callback_table& cbt, tracked_list& scratch, std::int32_t p, term_block A,

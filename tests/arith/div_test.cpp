@@ -201,6 +201,8 @@ TEST_F(Division, DivisorWithRepeatedMonomials) {
     expect_quotient(A, repeated, Q, rc, 32003, first);
     EXPECT_FALSE(divide(plus(A, remainder_for(rng, B, rc, 5, 32003), rc, 32003), repeated, rc, 32003, first));
   }
+  // Terms that cancel mod p leave no divisor.
+  EXPECT_EQ(divide_error(A, from_terms({{{1, 0, 0}, 5}, {{1, 0, 0}, 32003 - 5}}, rc), rc, 32003), "division by zero");
 }
 
 TEST_F(Division, ExactSumsNearP) {
