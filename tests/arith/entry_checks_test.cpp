@@ -1,13 +1,12 @@
 // mul_vorn, ads_vorn and scl_vorn at their edges: every message in the order
 // of checks, the short cuts that return an operand itself, the by-level lines
-// and the time line's phases, and clean exits on interrupts and on every
-// failed allocation.
+// and the time line's phases.  Faults of every allocation and poll are the
+// fault sweep's (tests/hardening).
 #include <string>
 #include <vector>
 
 #include "entry_test_util.hpp"
 #include "host/frame.hpp"
-#include "host/memory.hpp"
 
 namespace {
 
@@ -96,6 +95,10 @@ TEST_F(EntryChecks, SumMessagesAndShortCuts) {
   EXPECT_EQ(term_count(call_ok("ads_vorn", {p(101), integer(0), minus_B, B})), 0);
   EXPECT_EQ(term_count(call_ok("ads_vorn", {p(101), integer(7), A, A})), 0);
   EXPECT_EQ(term_count(call_ok("ads_vorn", {p(2), integer(0), A, A})), 0);
+  // One block holds a short merge: nothing to poll.
+  interrupt_from_poll(1);
+  EXPECT_TRUE(call("ads_vorn", {p(101), integer(1), A, B}).ok);
+  interrupt_from_poll(0);
 }
 
 TEST_F(EntryChecks, ScalingMessagesAndFactors) {
@@ -174,37 +177,6 @@ TEST_F(EntryChecks, DiagnosticsByLevel) {
   EXPECT_EQ(output().substr(0, 16), "alloc 60 terms\nt");
   call_ok("ads_vorn", {p(101), integer(1), A, B});
   EXPECT_EQ(output().substr(0, 16), "alloc 16 terms\nt");
-}
-
-// Every poll answered "interrupt" and every allocation failed, one at a time,
-// ends in its message with nothing held (the fixture checks the memory).
-TEST_F(EntryChecks, InterruptsAndFailedAllocationsLeaveNoMemory) {
-  const std::vector<word> v = variables(3);
-  const word f = import(dense_power(v, 8), ring("tdeg", v), 2, 32003);
-  const word g = call_ok("mul_vorn", {p(32003), f, f});
-  const std::vector<std::pair<const char*, std::vector<word>>> calls = {
-      {"mul_vorn", {p(32003), f, f}},
-      {"ads_vorn", {p(32003), integer(1), g, f}},
-      {"scl_vorn", {p(32003), integer(3), integer(7), g}},
-      {"div_vorn", {p(32003), g, f, name("one"), name("q")}}};
-  for (const bool interrupt : {true, false}) {
-    for (const auto& [entry, args] : calls) {
-      for (std::int64_t n = 1;; ++n) {
-        if (interrupt) interrupt_from_poll(n);
-        else vorn::gateway_fail_at(n);
-        const minikelto::call_result res = minikelto::call_entry(linked_plugin(), entry, args);
-        interrupt_from_poll(0);
-        vorn::gateway_fail_at(0);
-        if (res.ok) break;
-        ASSERT_EQ(res.error, interrupt ? "Interrupted" : "out of memory") << entry << ", fault " << n;
-        ASSERT_LT(n, 1000) << entry;
-      }
-    }
-  }
-  // One block holds a short merge: nothing to poll.
-  interrupt_from_poll(1);
-  EXPECT_TRUE(call("ads_vorn", {p(32003), integer(1), A, B}).ok);
-  interrupt_from_poll(0);
 }
 
 }  // namespace
