@@ -318,6 +318,33 @@ inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& v
   return first;
 }
 
+// Pops the same streams as heap_pop_equal, in the same order, but hands each
+// to take(stream) only once its slot has left the heap and its link has been
+// read, so that take may insert the stream again at once.  For callers whose
+// insertions are all smaller than the popped monomial: they can never join
+// it, and the root stays equal to it while slots of it remain.
+template <class Order, class Take>
+inline void heap_take_equal(basic_term_heap<Order>& h, word* m, Take&& take) noexcept {
+  const std::int32_t* const links = h.links;
+  const auto root_key = h.entries[0].key;
+  h.order.copy(m, root_key);
+  for (;;) {
+    std::int32_t s = h.entries[0].chain;
+    heap_remove_root(h);
+    while (s != no_stream) {
+      const std::int32_t next = links[s];
+      take(s);
+      s = next;
+    }
+    if (h.n == 0) break;
+    if constexpr (Order::integer_keys) {
+      if (h.entries[0].key != root_key) break;
+    } else {
+      if (!h.order.equal(h.entries[0].key, m)) break;
+    }
+  }
+}
+
 template <class Order>
 inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m) noexcept {
   return heap_pop_equal(h, m, [](std::int32_t) noexcept {});

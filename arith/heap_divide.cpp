@@ -125,7 +125,6 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   // every index, the one after waits for none.  A slot not yet written has
   // state 0 and so waits for nothing either.
   gateway_array<std::int32_t> links;
-  gateway_array<std::int32_t> queue_array;  // a pass's products: stream, index
   gateway_array<word> buffers;
   gateway_array<std::int32_t> q_state_array;
   gateway_array<std::int32_t> d_state_array;
@@ -140,7 +139,6 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     streams += count;
     const auto total = static_cast<std::size_t>(streams);
     regrow(links, static_cast<std::size_t>(old), total);
-    regrow(queue_array, 0, checked_bytes(total, 2));
     heap.links = links.data;
     if constexpr (!integer_keys) {
       // Keys in the heap are buffer addresses: they follow the buffers.
@@ -233,46 +231,22 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       k = 1;
     }
     if (order_of_a <= 0) {
-      // Every popped product marks its stream before any moves on, so a
-      // stream and its neighbour popped together see each other's state.
+      // Each product moves on as it is taken (its successors are smaller
+      // than the popped monomial); whichever of a successor's two
+      // predecessors is taken second inserts it, as it finds the other's
+      // stream marked.
       const std::int32_t* const qv = q_values.data;
       const key_type* const qs = q_steps.data;
-      std::int32_t* const queue = queue_array.data;
       const key_type key = heap.entries[0].key;
-      std::int32_t popped = 0;
-      heap_pop_equal(heap, current_monomial, [&](std::int32_t s) {
-        std::int32_t at;
-        std::int32_t x;
-        std::int32_t y;
-        if (s < quotient_streams) {
-          at = (q_state[s] >> 1) - 1;
-          q_state[s] |= 1;
-          x = qv[s];
-          y = b_values[at];
-          if constexpr (!order_type::copies_key)
-            if (popped == 0) monomial_add<Msize>(current_monomial, q_terms.data[s], b0 + at * stride, m);
-        } else {
-          const std::int32_t d = s - divisor_base;
-          at = (d_state[d] >> 1) - 1;
-          d_state[d] |= 1;
-          x = b_values[d + 1];
-          y = qv[at];
-          if constexpr (!order_type::copies_key)
-            if (popped == 0) monomial_add<Msize>(current_monomial, b0 + (d + 1) * stride, q_terms.data[at], m);
-        }
-        acc_sub_product(acc, x, y);
-        queue[2 * popped] = s;
-        queue[2 * popped + 1] = at;
-        ++popped;
-      });
-      k += popped;
-      monomial = current_monomial;
-      for (std::int32_t e = 0; e < popped; ++e) {
-        const std::int32_t s = queue[2 * e];
-        const std::int32_t at = queue[2 * e + 1];
+      const std::int32_t k_before = k;
+      heap_take_equal(heap, current_monomial, [&](std::int32_t s) {
         if (s < quotient_streams) {
           const std::int32_t i = s;
-          const std::int32_t j = at;
+          const std::int32_t j = (q_state[i] >> 1) - 1;
+          q_state[i] |= 1;
+          if constexpr (!order_type::copies_key)
+            if (k == k_before) monomial_add<Msize>(current_monomial, q_terms.data[i], b0 + j * stride, m);
+          acc_sub_product(acc, qv[i], b_values[j]);
           // The next stream was waiting for this product.
           if (q_state[i + 1] == 2 * j + 1) {
             q_state[i + 1] = 2 * (j + 1);
@@ -285,7 +259,11 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
           }
         } else {
           const std::int32_t d = s - divisor_base;
-          const std::int32_t kq = at;
+          const std::int32_t kq = (d_state[d] >> 1) - 1;
+          d_state[d] |= 1;
+          if constexpr (!order_type::copies_key)
+            if (k == k_before) monomial_add<Msize>(current_monomial, b0 + (d + 1) * stride, q_terms.data[kq], m);
+          acc_sub_product(acc, b_values[d + 1], qv[kq]);
           if (d_state[d + 1] == 2 * kq + 1) {
             d_state[d + 1] = 2 * (kq + 1);
             insert_divisor(d + 1, kq, stepped(key, b_steps, d + 1));
@@ -297,7 +275,9 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
             insert_divisor(d, kq + 1, stepped(key, qs, kq));
           }
         }
-      }
+        ++k;
+      });
+      monomial = current_monomial;
     }
 
     const std::int32_t r = acc_reduce(acc, p);  // r in [0, p)

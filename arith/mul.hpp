@@ -114,14 +114,14 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   for (std::int32_t j = 0; j < nB; ++j) b_values[j] = coefficient_value(B.terms[j * stride + m]);
 
   const bool delayed = strictly_decreasing<Msize>(A, shape) && strictly_decreasing<Msize>(B, shape);
-  // The products of a pass, as (stream, index in B) taken when popped: a
-  // stream's state can change before its turn (the stream before it may
-  // insert its next product).
+  // In the plain order the products of a pass, as (stream, index in B) taken
+  // when popped, move on after the pass: a successor can equal the popped
+  // monomial, and must not join its pass.
   struct product {
     std::int32_t i;
     std::int32_t j;
   };
-  auto* const queue = static_cast<product*>(scratch.take(count_a, sizeof(product)));
+  auto* const queue = delayed ? nullptr : static_cast<product*>(scratch.take(count_a, sizeof(product)));
 
   std::int64_t remaining = static_cast<std::int64_t>(nA) * nB;
   std::int32_t capacity = first_block_terms(remaining);
@@ -163,18 +163,25 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
       else
         return key_type{};
     };
-    heap_pop_equal(heap, w, [&](std::int32_t i) {
+    // Adds the popped product of stream i to the sum and marks the stream as
+    // having none in the heap; returns its index in B.
+    auto take = [&](std::int32_t i) {
       const std::int32_t j = (states[i] >> 1) - 1;
       if constexpr (!order_type::copies_key)
         if (k == 0) monomial_add<Msize>(w, A.terms + i * stride, B.terms + j * stride, m);
       acc_add_product(acc, a_values[i], b_values[j]);
       states[i] |= 1;
-      queue[k++] = {i, j};
-    });
+      ++k;
+      return j;
+    };
 
-    for (std::int32_t q = 0; q < k; ++q) {
-      const auto [i, j] = queue[q];
-      if (delayed) {
+    if (delayed) {
+      // Each product moves on as it is taken: its successors are smaller
+      // than the popped monomial.  Whichever of a successor's two
+      // predecessors is taken second inserts it, as it finds the other's
+      // stream marked.
+      heap_take_equal(heap, w, [&](std::int32_t i) {
+        const std::int32_t j = take(i);
         // The next stream was waiting for this product.
         if (states[i + 1] == 2 * j + 1) {
           states[i + 1] = 2 * (j + 1);
@@ -185,7 +192,15 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
           states[i] = 2 * (j + 2);
           insert(i, j + 1, right_key(j));
         }
-      } else {
+      });
+    } else {
+      std::int32_t popped = 0;
+      heap_pop_equal(heap, w, [&](std::int32_t i) {
+        const std::int32_t j = take(i);
+        queue[popped++] = {i, j};
+      });
+      for (std::int32_t q = 0; q < popped; ++q) {
+        const auto [i, j] = queue[q];
         if (j == 0 && i + 1 < nA) {
           states[i + 1] = 2;
           insert(i + 1, 0, next_key(i));
