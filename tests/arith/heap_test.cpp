@@ -59,6 +59,34 @@ TEST(TermHeap, EqualKeysInSeparateSlotsComeOutAsOneList) {
   EXPECT_EQ(t.h.n, 0);
 }
 
+// Taking the equal streams one by one, each may go back in at once under a
+// smaller key: it neither joins the taken monomial nor breaks the chain walk.
+TEST(TermHeap, TakenStreamsCanBeInsertedAgainAtOnce) {
+  small_heap t;
+  t.insert(10, 0);
+  t.insert(7, 1);
+  t.insert(5, 2);
+  t.insert(5, 3);  // a slot of its own
+  t.insert(5, 5);  // and another
+  t.insert(10, 4);  // chained at the root
+  word m = 0;
+  chain taken;
+  heap_take_equal(t.h, &m, [&](std::int32_t s) {
+    taken.push_back(s);
+    t.insert(6, s);  // between 7 and the fives
+  });
+  EXPECT_EQ(m, 10u);
+  EXPECT_EQ(taken, (chain{4, 0}));
+  EXPECT_EQ(t.pop(m), chain{1});
+  EXPECT_EQ(t.pop(m).size(), 2u);  // streams 4 and 0, now under 6
+  EXPECT_EQ(m, 6u);
+  taken.clear();
+  heap_take_equal(t.h, &m, [&](std::int32_t s) { taken.push_back(s); });
+  EXPECT_EQ(m, 5u);
+  EXPECT_EQ(taken.size(), 3u);
+  EXPECT_EQ(t.h.n, 0);
+}
+
 TEST(TermHeap, PopsWithOneAndTwoSlots) {
   small_heap t;
   t.insert(3, 0);
