@@ -318,30 +318,35 @@ inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& v
   return first;
 }
 
-// Pops the same streams as heap_pop_equal, in the same order, but hands each
-// to take(stream) only once its slot has left the heap and its link has been
-// read, so that take may insert the stream again at once.  For callers whose
-// insertions are all smaller than the popped monomial: they can never join
-// it, and the root stays equal to it while slots of it remain.
+// Pops the same streams as heap_pop_equal, in the same order, and then hands
+// each to take(stream) with its link already read, so that take may insert
+// the stream again at once.  Every slot of the monomial has left the heap by
+// then, so insertions equal to the next monomial chain at the root.  Only a
+// chain that another slot's follows is walked to its end while popping.  For
+// callers whose insertions are all smaller than the popped monomial.
 template <class Order, class Take>
 inline void heap_take_equal(basic_term_heap<Order>& h, word* m, Take&& take) noexcept {
-  const std::int32_t* const links = h.links;
+  std::int32_t* const links = h.links;
   const auto root_key = h.entries[0].key;
   h.order.copy(m, root_key);
+  const std::int32_t first = h.entries[0].chain;
+  std::int32_t tail = first;  // the chain taken last
   for (;;) {
-    std::int32_t s = h.entries[0].chain;
     heap_remove_root(h);
-    while (s != no_stream) {
-      const std::int32_t next = links[s];
-      take(s);
-      s = next;
-    }
     if (h.n == 0) break;
     if constexpr (Order::integer_keys) {
       if (h.entries[0].key != root_key) break;
     } else {
       if (!h.order.equal(h.entries[0].key, m)) break;
     }
+    while (links[tail] != no_stream) tail = links[tail];
+    links[tail] = h.entries[0].chain;
+    tail = h.entries[0].chain;
+  }
+  for (std::int32_t s = first; s != no_stream;) {
+    const std::int32_t next = links[s];
+    take(s);
+    s = next;
   }
 }
 
