@@ -253,7 +253,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
             insert_quotient(i + 1, j, stepped(key, qs, i));
           }
           // This stream moves on once the one before it has passed j + 1.
-          if (j + 1 < nB && (q_state[i] & 1) != 0 && q_state[i - 1] >= 2 * (j + 2) + 1) {
+          if (j + 1 < nB && q_state[i - 1] >= 2 * (j + 2) + 1) {
             q_state[i] = 2 * (j + 2);
             insert_quotient(i, j + 1, stepped(key, b_steps, j));
           }
@@ -270,7 +270,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
           }
           // Past the quotient written so far, the stream of B[1] waits for
           // the next slot to be written, the others for the one before.
-          if (kq + 1 < nq && (d_state[d] & 1) != 0 && d_state[d - 1] >= 2 * (kq + 2) + 1) {
+          if (kq + 1 < nq && d_state[d - 1] >= 2 * (kq + 2) + 1) {
             d_state[d] = 2 * (kq + 2);
             insert_divisor(d, kq + 1, stepped(key, qs, kq));
           }

@@ -188,7 +188,7 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
           insert(i + 1, j, next_key(i));
         }
         // This stream moves on once the one before it has passed j + 1.
-        if (j + 1 < nB && (states[i] & 1) != 0 && states[i - 1] >= 2 * (j + 2) + 1) {
+        if (j + 1 < nB && states[i - 1] >= 2 * (j + 2) + 1) {
           states[i] = 2 * (j + 2);
           insert(i, j + 1, right_key(j));
         }
