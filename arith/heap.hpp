@@ -286,6 +286,18 @@ inline void heap_remove_root(basic_term_heap<Order>& h) noexcept {
   h.n = n - 1;
 }
 
+// True when the root holds the monomial whose key was root_key (copied into
+// m): integer keys compare as they are, buffer keys through m, since the
+// buffer root_key named may have been rewritten.
+template <class Order>
+inline bool root_holds(const basic_term_heap<Order>& h, typename Order::key_type root_key, const word* m) noexcept {
+  if (h.n == 0) return false;
+  if constexpr (Order::integer_keys)
+    return h.entries[0].key == root_key;
+  else
+    return h.order.equal(h.entries[0].key, m);
+}
+
 // Copies the largest monomial into m (msize words; left to the caller when
 // the order's keys do not hold whole monomials) and removes every stream
 // whose key equals it and that successive root removals reach, returning them
@@ -306,12 +318,7 @@ inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& v
       last = s;
     }
     heap_remove_root(h);
-    if (h.n == 0) break;
-    if constexpr (Order::integer_keys) {
-      if (h.entries[0].key != root_key) break;
-    } else {
-      if (!h.order.equal(h.entries[0].key, m)) break;
-    }
+    if (!root_holds(h, root_key, m)) break;
     s = h.entries[0].chain;
     links[last] = s;
   }
@@ -333,12 +340,7 @@ inline void heap_take_equal(basic_term_heap<Order>& h, word* m, Take&& take) noe
   std::int32_t tail = first;  // the chain taken last
   for (;;) {
     heap_remove_root(h);
-    if (h.n == 0) break;
-    if constexpr (Order::integer_keys) {
-      if (h.entries[0].key != root_key) break;
-    } else {
-      if (!h.order.equal(h.entries[0].key, m)) break;
-    }
+    if (!root_holds(h, root_key, m)) break;
     while (links[tail] != no_stream) tail = links[tail];
     links[tail] = h.entries[0].chain;
     tail = h.entries[0].chain;
