@@ -72,11 +72,51 @@ inline void acc_sub_product(acc96& a, std::int32_t x, std::int32_t y) noexcept {
   detail::acc_sub64(a, static_cast<std::int64_t>(x) * y);
 }
 
+// p with its reciprocal: a 64-bit value is reduced by two multiplications
+// and one correction instead of a division, which costs several times more
+// and comes once per result term.
+struct modulus {
+  std::uint32_t p;
+  std::uint64_t reciprocal;  // floor((2^64 - 1) / p)
+};
+
+inline modulus make_modulus(std::int32_t p) noexcept {
+  return {static_cast<std::uint32_t>(p), UINT64_MAX / static_cast<std::uint64_t>(p)};
+}
+
+namespace detail {
+
+// The high 64 bits of the 128-bit product.
+inline std::uint64_t mul_high(std::uint64_t a, std::uint64_t b) noexcept {
+#if defined(__SIZEOF_INT128__)
+  __extension__ typedef unsigned __int128 wide;
+  return static_cast<std::uint64_t>((static_cast<wide>(a) * b) >> 64);
+#else
+  const std::uint64_t a0 = a & 0xffffffffu, a1 = a >> 32;
+  const std::uint64_t b0 = b & 0xffffffffu, b1 = b >> 32;
+  const std::uint64_t low = a0 * b0;
+  const std::uint64_t mid1 = a1 * b0 + (low >> 32);  // no carry out: < 2^64
+  const std::uint64_t mid2 = a0 * b1 + (mid1 & 0xffffffffu);
+  return a1 * b1 + (mid1 >> 32) + (mid2 >> 32);
+#endif
+}
+
+}  // namespace detail
+
+// x mod p for any 64-bit x.  The reciprocal is at most 2^64 / p, so the
+// estimated quotient is never too large, and it falls short by at most one:
+// x − q·p < 2p.
+inline std::uint32_t reduce64(std::uint64_t x, const modulus& m) noexcept {
+  const std::uint64_t q = detail::mul_high(x, m.reciprocal);
+  std::uint64_t r = x - q * m.p;
+  if (r >= m.p) r -= m.p;
+  return static_cast<std::uint32_t>(r);
+}
+
 // The least non-negative residue of the sum mod p (1 <= p < 2^31): the
-// magnitude is reduced by chained 64-by-32-bit divisions from the top word
-// down, and a non-zero residue of a negative sum becomes p - r.
-inline std::int32_t acc_reduce(const acc96& a, std::int32_t p) noexcept {
-  const auto m = static_cast<std::uint64_t>(p);
+// magnitude is reduced from the top word down in 64-bit steps, and a
+// non-zero residue of a negative sum becomes p - r.
+inline std::int32_t acc_reduce(const acc96& a, const modulus& m) noexcept {
 #if defined(__SIZEOF_INT128__)
   acc96::wide v = a.value;
   const bool negative = (v >> 127) != 0;
@@ -94,13 +134,13 @@ inline std::int32_t acc_reduce(const acc96& a, std::int32_t p) noexcept {
 #endif
   std::uint64_t r;
   if (top == 0) {
-    r = low % m;
+    r = reduce64(low, m);
   } else {
-    r = top % m;                        // r < p < 2^31
-    r = ((r << 32) | (low >> 32)) % m;  // fits 63 bits
-    r = ((r << 32) | (low & 0xffffffffu)) % m;
+    r = reduce64(top, m);                           // r < p < 2^31
+    r = reduce64((r << 32) | (low >> 32), m);       // fits 63 bits
+    r = reduce64((r << 32) | (low & 0xffffffffu), m);
   }
-  if (negative && r != 0) r = m - r;
+  if (negative && r != 0) r = m.p - r;
   return static_cast<std::int32_t>(r);
 }
 

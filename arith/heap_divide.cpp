@@ -71,6 +71,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   if (lead < 0) lead += p;
   const std::int32_t inv = mod_inverse(lead, p);
   if (static_cast<std::int64_t>(inv) * lead % p != 1) fail("division by zero");
+  const modulus mod = make_modulus(p);
 
   // Every field of a quotient term plus the largest of that field in B must
   // stay below its guard bit, or a product key would wrap into its neighbour.
@@ -280,7 +281,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       monomial = current_monomial;
     }
 
-    const std::int32_t r = acc_reduce(acc, p);  // r in [0, p)
+    const std::int32_t r = acc_reduce(acc, mod);  // r in [0, p)
     if (r == 0) continue;
 
     // The quotient monomial goes straight into the write slot; a borrow out
@@ -299,8 +300,8 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     }
     if ((reach & guard) != 0) fail("exponent overflow");
     // r and inv in [0, p): the product fits 64 bits; q is non-zero since inv is a unit.
-    const auto q = static_cast<std::int32_t>(static_cast<std::uint64_t>(r) * static_cast<std::uint32_t>(inv) %
-                                             static_cast<std::uint32_t>(p));
+    const auto q =
+        static_cast<std::int32_t>(reduce64(static_cast<std::uint64_t>(r) * static_cast<std::uint32_t>(inv), mod));
     slot[m] = make_immediate(q);
     ++current->count;
     const std::int32_t g = nq++;

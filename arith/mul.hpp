@@ -56,6 +56,7 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   const std::ptrdiff_t stride = m + 1;
   const std::int32_t nA = A.count;
   const std::int32_t nB = B.count;
+  const modulus mod = make_modulus(p);
   const auto count_a = static_cast<std::size_t>(nA);
   const auto count_b = static_cast<std::size_t>(nB);
 
@@ -212,7 +213,7 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
       }
     }
 
-    const std::int32_t r = acc_reduce(acc, p);  // r in [0, p)
+    const std::int32_t r = acc_reduce(acc, mod);  // r in [0, p)
     if (r != 0) {
       w[m] = make_immediate(r);
       ++written;

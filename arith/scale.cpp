@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "arith/acc96.hpp"
+#include "arith/kernel.hpp"
 #include "arith/mod_inverse.hpp"
 
 namespace vorn {
@@ -16,8 +17,43 @@ std::int32_t scale_factor(std::int32_t num, std::int32_t den, std::int32_t p) no
   acc96 acc;
   acc_clear(acc);
   acc_add_product(acc, inverse, num);
-  return acc_reduce(acc, p);
+  return acc_reduce(acc, make_modulus(p));
 }
+
+namespace {
+
+// The loop for Msize monomial words (0: msize of them).  The factor, reduced
+// once, makes each product's sign that of the term's coefficient, which is
+// almost always the same for a whole run.
+template <int Msize>
+std::int32_t scale_loop(word* R, const word* f, std::int32_t count, int msize, std::int32_t factor,
+                        std::int32_t p) noexcept {
+  const int m = Msize > 0 ? Msize : msize;
+  const std::ptrdiff_t stride = m + 1;
+  const modulus mod = make_modulus(p);
+  std::int32_t reduced = factor % p;
+  if (reduced < 0) reduced += p;
+  const auto by = static_cast<std::uint64_t>(reduced);
+  word* w = R;
+  for (std::int32_t t = 0; t < count; ++t, f += stride) {
+    for (int q = 0; q < m; ++q) w[q] = f[q];
+    const std::int32_t v = immediate_value(f[m]);
+    std::uint32_t r;
+    if (v >= 0) {
+      r = reduce64(static_cast<std::uint64_t>(v) * by, mod);
+    } else {
+      r = reduce64(static_cast<std::uint64_t>(-static_cast<std::int64_t>(v)) * by, mod);
+      if (r != 0) r = mod.p - r;
+    }
+    if (r != 0) {
+      w[m] = make_immediate(static_cast<std::int32_t>(r));
+      w += stride;
+    }
+  }
+  return static_cast<std::int32_t>((w - R) / stride);
+}
+
+}  // namespace
 
 std::int32_t scale_terms(word* R, const word* f, std::int32_t count, int msize, std::int32_t factor,
                          std::int32_t p) noexcept {
@@ -27,21 +63,7 @@ std::int32_t scale_terms(word* R, const word* f, std::int32_t count, int msize, 
     std::memcpy(R, f, static_cast<std::size_t>(count) * static_cast<std::size_t>(stride) * sizeof(word));
     return count;
   }
-  std::int32_t written = 0;
-  word* w = R;
-  for (std::int32_t t = 0; t < count; ++t, f += stride) {
-    for (int q = 0; q < msize; ++q) w[q] = f[q];
-    acc96 acc;
-    acc_clear(acc);
-    acc_add_product(acc, immediate_value(f[msize]), factor);
-    const std::int32_t r = acc_reduce(acc, p);  // r in [0, p)
-    if (r != 0) {
-      w[msize] = make_immediate(r);
-      w += stride;
-      ++written;
-    }
-  }
-  return written;
+  return with_msize(msize, [&](auto M) { return scale_loop<decltype(M)::value>(R, f, count, msize, factor, p); });
 }
 
 }  // namespace vorn

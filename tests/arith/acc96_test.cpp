@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <vector>
 
+#include "arith/add.hpp"
 #include "arith/grow.hpp"
 #include "arith/mod_inverse.hpp"
 #include "host/words.hpp"
@@ -20,7 +22,7 @@ std::int32_t reduce_sum(std::int32_t p,
   acc96 a;
   acc_clear(a);
   for (auto [x, y] : products) acc_add_product(a, x, y);
-  return acc_reduce(a, p);
+  return acc_reduce(a, make_modulus(p));
 }
 
 TEST(Acc96, SignAndCarryBoundaries) {
@@ -29,7 +31,7 @@ TEST(Acc96, SignAndCarryBoundaries) {
     acc96 a;
     acc_clear(a);
     acc_add(a, -1);
-    EXPECT_EQ(acc_reduce(a, p), p - 1);
+    EXPECT_EQ(acc_reduce(a, make_modulus(p)), p - 1);
 
     // 2^64 = 4 * (-2^31)^2: the low 64 bits wrap to 0, the top word is 1.
     constexpr std::int32_t low = INT32_MIN;
@@ -43,10 +45,32 @@ TEST(Acc96, SignAndCarryBoundaries) {
     // Negative multiples of p, also across the 64-bit boundary, reduce to 0.
     acc_clear(a);
     for (int i = 0; i < 40; ++i) acc_sub_product(a, p, max_immediate);
-    EXPECT_EQ(acc_reduce(a, p), 0);
+    EXPECT_EQ(acc_reduce(a, make_modulus(p)), 0);
     acc_clear(a);
     acc_sub_product(a, p, 1);
-    EXPECT_EQ(acc_reduce(a, p), 0);
+    EXPECT_EQ(acc_reduce(a, make_modulus(p)), 0);
+  }
+}
+
+// The division-free reductions against the remainder they replace, at the
+// edges of their ranges and at random.
+TEST(Acc96, ReductionsWithoutDivision) {
+  std::mt19937_64 rng(11);
+  for (std::int32_t p : primes) {
+    SCOPED_TRACE(p);
+    const modulus m = make_modulus(p);
+    const auto up = static_cast<std::uint64_t>(p);
+    std::vector<std::uint64_t> xs = {0, 1, up - 1, up, up + 1, 2 * up - 1, 2 * up, UINT64_MAX, UINT64_MAX - 1,
+                                     UINT64_MAX / up * up, UINT64_MAX / up * up - 1, std::uint64_t{1} << 63};
+    for (int i = 0; i < 20000; ++i) xs.push_back(rng() >> (i % 64));
+    for (std::uint64_t x : xs) ASSERT_EQ(reduce64(x, m), x % up) << x;
+
+    if (p >= (1 << 30)) continue;  // sums of immediates need p < 2^30
+    std::vector<std::int32_t> vs = {0, 1, -1, p - 1, p, p + 1, -p, -p + 1, -p - 1, 2 * p - 1, 2 * p, -2 * p,
+                                    max_immediate, -max_immediate};
+    std::uniform_int_distribution<std::int32_t> immediate(-max_immediate, max_immediate);
+    for (int i = 0; i < 20000; ++i) vs.push_back(immediate(rng));
+    for (std::int32_t v : vs) ASSERT_EQ(residue(v, p), (v % p + p) % p) << v;
   }
 }
 
