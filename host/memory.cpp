@@ -94,6 +94,36 @@ void low_free(void* p) {
 }
 #endif
 
+// Every gateway block starts with its size and how it was obtained: term
+// blocks of several MiB get their own mapping, aligned and marked for huge
+// pages, since faulting in fresh 4 KiB pages cost about as much as writing
+// the terms; smaller blocks come from malloc.
+struct block_header {
+  std::uint64_t bytes;  // as counted
+  std::uint64_t mapped;
+};
+static_assert(sizeof(block_header) == 16);
+
+constexpr std::size_t huge_page = std::size_t{2} << 20;
+constexpr std::size_t mapped_from = 2 * huge_page;
+
+void* map_aligned(std::size_t bytes, std::size_t* length) noexcept {
+  const std::size_t page = 4096;
+  if (bytes > SIZE_MAX - 2 * huge_page) return nullptr;
+  *length = (bytes + page - 1) / page * page;
+  void* raw = mmap(nullptr, *length + huge_page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (raw == MAP_FAILED) return nullptr;
+  const auto from = reinterpret_cast<std::uintptr_t>(raw);
+  const std::uintptr_t start = (from + huge_page - 1) & ~(huge_page - 1);
+  if (start != from) munmap(raw, start - from);
+  if (start - from != huge_page) munmap(reinterpret_cast<void*>(start + *length), huge_page - (start - from));
+  void* p = reinterpret_cast<void*>(start);
+#if defined(MADV_HUGEPAGE)
+  madvise(p, *length, MADV_HUGEPAGE);  // a hint: kernels without huge pages ignore or refuse it
+#endif
+  return p;
+}
+
 }  // namespace
 
 gateway_counts gateway_state() noexcept { return {live_blocks, allocations}; }
@@ -106,19 +136,40 @@ void gateway_fail_at(std::int64_t n) noexcept { fail_countdown = n; }
 
 void* gateway_malloc(std::size_t bytes) noexcept {
   if (injected_failure()) return nullptr;
-  void* p = std::malloc(bytes == 0 ? 1 : bytes);
-  if (p != nullptr) {
-    ++live_blocks;
-    count_taken(malloc_usable_size(p));
+  if (bytes > SIZE_MAX - sizeof(block_header)) return nullptr;
+  const std::size_t total = sizeof(block_header) + bytes;
+  block_header header{};
+  void* raw = nullptr;
+  if (total >= mapped_from) {
+    std::size_t length = 0;
+    raw = map_aligned(total, &length);
+    header.bytes = length;
+    header.mapped = 1;
   }
-  return p;
+  if (raw == nullptr) {
+    raw = std::malloc(total);
+    if (raw == nullptr) return nullptr;
+    header.bytes = malloc_usable_size(raw);
+    header.mapped = 0;
+  }
+  std::memcpy(raw, &header, sizeof header);
+  ++live_blocks;
+  count_taken(static_cast<std::size_t>(header.bytes));
+  return static_cast<unsigned char*>(raw) + sizeof header;
 }
 
 void gateway_free(void* block) noexcept {
   if (block == nullptr) return;
   --live_blocks;
-  count_released(malloc_usable_size(block));
-  std::free(block);
+  void* raw = static_cast<unsigned char*>(block) - sizeof(block_header);
+  block_header header{};
+  std::memcpy(&header, raw, sizeof header);
+  count_released(static_cast<std::size_t>(header.bytes));
+  if (header.mapped != 0) {
+    munmap(raw, static_cast<std::size_t>(header.bytes));
+  } else {
+    std::free(raw);
+  }
 }
 
 void* gateway_malloc_low(std::size_t bytes) noexcept {

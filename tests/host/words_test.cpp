@@ -1,9 +1,11 @@
-// Host word formats: immediates, headers and GMP records with 32-bit limbs.
+// Host word formats (immediates, headers, GMP records with 32-bit limbs) and the memory gateway.
 #include <gmp.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "host/gmp_record.hpp"
 #include "host/memory.hpp"
@@ -106,6 +108,29 @@ TEST(LowMemory, TrackedBlocksLieBelowFourGiBAndAreReleased) {
   vorn::free_tracked(&head);
   EXPECT_EQ(head, nullptr);
   EXPECT_EQ(vorn::gateway_state().live_blocks, before);
+}
+
+// Small blocks come from malloc, blocks of several MiB from a mapping of
+// their own; both are counted while held and give everything back.
+TEST(GatewayMemory, SmallAndMappedBlocksAreCountedAndReleased) {
+  const auto before = vorn::gateway_state().live_blocks;
+  const auto bytes_before = vorn::gateway_byte_counts().current;
+  std::vector<void*> held;
+  std::int64_t requested = 0;
+  for (std::size_t bytes : {std::size_t{1}, std::size_t{1} << 20, (std::size_t{4} << 20) - 16,
+                            (std::size_t{9} << 20) + 5}) {
+    auto* p = static_cast<unsigned char*>(vorn::gateway_malloc(bytes));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
+    std::memset(p, 0xa5, bytes);
+    held.push_back(p);
+    requested += static_cast<std::int64_t>(bytes);
+  }
+  EXPECT_EQ(vorn::gateway_state().live_blocks, before + 4);
+  EXPECT_GE(vorn::gateway_byte_counts().current - bytes_before, requested);
+  for (void* p : held) vorn::gateway_free(p);
+  EXPECT_EQ(vorn::gateway_state().live_blocks, before);
+  EXPECT_EQ(vorn::gateway_byte_counts().current, bytes_before);
 }
 
 }  // namespace
