@@ -64,6 +64,29 @@ inline void acc_sub64(acc96& a, std::int64_t x) noexcept {
 // Adds a signed 32-bit value.
 inline void acc_add(acc96& a, std::int32_t v) noexcept { detail::acc_add64(a, v); }
 
+// Adds or subtracts the product of two values in [0, 2^31): no sign to
+// extend, which saves the kernels' hot sums two instructions and a trip
+// through memory.
+inline void acc_add_unsigned_product(acc96& a, std::uint32_t x, std::uint32_t y) noexcept {
+  const std::uint64_t product = static_cast<std::uint64_t>(x) * y;
+#if defined(__SIZEOF_INT128__)
+  a.value += product;
+#else
+  a.low += product;
+  a.high += a.low < product ? 1u : 0u;
+#endif
+}
+
+inline void acc_sub_unsigned_product(acc96& a, std::uint32_t x, std::uint32_t y) noexcept {
+  const std::uint64_t product = static_cast<std::uint64_t>(x) * y;
+#if defined(__SIZEOF_INT128__)
+  a.value -= product;
+#else
+  a.high -= a.low < product ? 1u : 0u;
+  a.low -= product;
+#endif
+}
+
 // Adds or subtracts the full product of two signed 32-bit values.
 inline void acc_add_product(acc96& a, std::int32_t x, std::int32_t y) noexcept {
   detail::acc_add64(a, static_cast<std::int64_t>(x) * y);
@@ -142,6 +165,20 @@ inline std::int32_t acc_reduce(const acc96& a, const modulus& m) noexcept {
   }
   if (negative && r != 0) r = m.p - r;
   return static_cast<std::int32_t>(r);
+}
+
+// v mod p in [0, p), 1 <= p < 2^30.  Sums and differences of reduced
+// values lie in [-p, 2p) and are corrected without a division; only
+// unreduced inputs take the remainder.
+inline std::int32_t residue(std::int32_t v, std::int32_t p) noexcept {
+  const auto up = static_cast<std::uint32_t>(p);
+  if (static_cast<std::uint32_t>(v) + up < 3 * up) {
+    std::int32_t r = v + ((v >> 31) & p);  // [0, 2p)
+    r -= p;
+    return r + ((r >> 31) & p);
+  }
+  const std::int32_t r = v % p;
+  return r < 0 ? r + p : r;
 }
 
 }  // namespace vorn

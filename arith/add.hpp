@@ -12,25 +12,12 @@
 #include <cmath>
 #include <cstdint>
 
+#include "arith/acc96.hpp"
 #include "arith/grow.hpp"
 #include "arith/kernel.hpp"
 #include "poly/monomial.hpp"
 
 namespace vorn {
-
-// v mod p in [0, p), 1 <= p < 2^30.  Sums and differences of reduced
-// values lie in [-p, 2p) and are corrected without a division; only
-// unreduced inputs take the remainder.
-inline std::int32_t residue(std::int32_t v, std::int32_t p) noexcept {
-  const auto up = static_cast<std::uint32_t>(p);
-  if (static_cast<std::uint32_t>(v) + up < 3 * up) {
-    std::int32_t r = v + ((v >> 31) & p);  // [0, 2p)
-    r -= p;
-    return r + ((r >> 31) & p);
-  }
-  const std::int32_t r = v % p;
-  return r < 0 ? r + p : r;
-}
 
 // Writes the terms of A + B (or A − B when subtract) mod p, p >= 1, to the
 // sink; either run may be empty.

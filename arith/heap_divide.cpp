@@ -85,17 +85,18 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   constexpr bool integer_keys = order_type::integer_keys;
 
   // Per term of B and of the quotient, in arrays of their own: the
-  // coefficient value, and with integer keys the step, the change of key
-  // to the next term.  A popped product's successors take their keys from
-  // the popped key and one step; only a slot's first product, with B[1], is
-  // formed from two keys.  The quotient's arrays are filled as its slots are
+  // coefficient value reduced mod p (products are then subtracted without a
+  // sign), and with integer keys the step, the change of key to the next
+  // term.  A popped product's successors take their keys from the popped
+  // key and one step; only a slot's first product, with B[1], is formed
+  // from two keys.  The quotient's arrays are filled as its slots are
   // written (a slot's step once the next one is), and its terms are kept for
   // buffer keys and popped monomials.
   const order_type order{m, layout_is_tdeg(A.layout)};
   auto* const b_values = static_cast<std::int32_t*>(scratch.take(static_cast<std::size_t>(nB), sizeof(std::int32_t)));
   key_type* b_steps = nullptr;
   key_type b1_key{};
-  for (std::int32_t j = 0; j < nB; ++j) b_values[j] = coefficient_value(b0[j * stride + m]);
+  for (std::int32_t j = 0; j < nB; ++j) b_values[j] = residue(coefficient_value(b0[j * stride + m]), p);
   if constexpr (integer_keys) {
     b_steps = static_cast<key_type*>(scratch.take(static_cast<std::size_t>(nB), sizeof(key_type)));
     for (std::int32_t j = 0; j + 1 < nB; ++j)
@@ -247,7 +248,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
           q_state[i] |= 1;
           if constexpr (!order_type::copies_key)
             if (k == k_before) monomial_add<Msize>(current_monomial, q_terms.data[i], b0 + j * stride, m);
-          acc_sub_product(acc, qv[i], b_values[j]);
+          acc_sub_unsigned_product(acc, static_cast<std::uint32_t>(qv[i]), static_cast<std::uint32_t>(b_values[j]));
           // The next stream was waiting for this product.
           if (q_state[i + 1] == 2 * j + 1) {
             q_state[i + 1] = 2 * (j + 1);
@@ -264,7 +265,8 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
           d_state[d] |= 1;
           if constexpr (!order_type::copies_key)
             if (k == k_before) monomial_add<Msize>(current_monomial, b0 + (d + 1) * stride, q_terms.data[kq], m);
-          acc_sub_product(acc, b_values[d + 1], qv[kq]);
+          acc_sub_unsigned_product(acc, static_cast<std::uint32_t>(b_values[d + 1]),
+                                   static_cast<std::uint32_t>(qv[kq]));
           if (d_state[d + 1] == 2 * kq + 1) {
             d_state[d + 1] = 2 * (kq + 1);
             insert_divisor(d + 1, kq, stepped(key, b_steps, d + 1));

@@ -81,8 +81,8 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   states[nA] = 0;
   basic_term_heap<order_type> heap{heap_array.data, 0, {m, shape.tdeg}, links};
 
-  // Coefficient values, decoded once: a product reads two of them instead of
-  // two terms.  With integer keys, a product's successors (i + 1, j) and
+  // Coefficient values, decoded and reduced once: a product reads two of
+  // them instead of two terms, and adds their product without a sign.  With integer keys, a product's successors (i + 1, j) and
   // (i, j + 1) take their keys from the popped key and one step, the change
   // of key from A[i] to A[i + 1] or from B[j] to B[j + 1], made once; buffer
   // keys are formed in one buffer per stream.  The values of B sit in one
@@ -110,9 +110,9 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   }
   for (std::int32_t i = 0; i < nA; ++i) {
     states[i] = 1;
-    a_values[i] = coefficient_value(A.terms[i * stride + m]);
+    a_values[i] = residue(coefficient_value(A.terms[i * stride + m]), p);
   }
-  for (std::int32_t j = 0; j < nB; ++j) b_values[j] = coefficient_value(B.terms[j * stride + m]);
+  for (std::int32_t j = 0; j < nB; ++j) b_values[j] = residue(coefficient_value(B.terms[j * stride + m]), p);
 
   const bool delayed = strictly_decreasing<Msize>(A, shape) && strictly_decreasing<Msize>(B, shape);
   // In the plain order the products of a pass, as (stream, index in B) taken
@@ -170,7 +170,8 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
       const std::int32_t j = (states[i] >> 1) - 1;
       if constexpr (!order_type::copies_key)
         if (k == 0) monomial_add<Msize>(w, A.terms + i * stride, B.terms + j * stride, m);
-      acc_add_product(acc, a_values[i], b_values[j]);
+      acc_add_unsigned_product(acc, static_cast<std::uint32_t>(a_values[i]),
+                               static_cast<std::uint32_t>(b_values[j]));
       states[i] |= 1;
       ++k;
       return j;

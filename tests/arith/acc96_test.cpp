@@ -52,6 +52,38 @@ TEST(Acc96, SignAndCarryBoundaries) {
   }
 }
 
+// Unsigned products carry into the top word and borrow below zero exactly
+// as the signed ones do.
+TEST(Acc96, UnsignedProductsAcrossTheWordBoundaries) {
+  constexpr std::uint32_t x = 0x7fffffffu;
+  // x·x in GMP by 32-bit halves: unsigned long has 32 bits on i386.
+  mpz_t product, expected;
+  mpz_init_set_ui(product, x);
+  mpz_mul_ui(product, product, x);
+  mpz_init(expected);
+  for (std::int32_t p : primes) {
+    SCOPED_TRACE(p);
+    const auto residue_of = [&] {
+      return static_cast<std::int32_t>(mpz_fdiv_ui(expected, static_cast<unsigned long>(p)));
+    };
+    acc96 a;
+    acc_clear(a);
+    mpz_set_ui(expected, 0);
+    for (int i = 0; i < 9; ++i) {  // 9·(2^31 − 1)^2 > 2^64
+      acc_add_unsigned_product(a, x, x);
+      mpz_add(expected, expected, product);
+    }
+    EXPECT_EQ(acc_reduce(a, make_modulus(p)), residue_of());
+    for (int i = 0; i < 12; ++i) {  // below zero
+      acc_sub_unsigned_product(a, x, x);
+      mpz_sub(expected, expected, product);
+    }
+    EXPECT_EQ(acc_reduce(a, make_modulus(p)), residue_of());
+  }
+  mpz_clear(expected);
+  mpz_clear(product);
+}
+
 // The division-free reductions against the remainder they replace, at the
 // edges of their ranges and at random.
 TEST(Acc96, ReductionsWithoutDivision) {
