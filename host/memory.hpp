@@ -21,7 +21,8 @@ struct gateway_counts {
 gateway_counts gateway_state() noexcept;
 
 // Bytes the gateway holds now, and the most it has held since the last
-// gateway_reset_peak (sizes as the allocator reports them), for the benches.
+// gateway_reset_peak (sizes as obtained: what malloc reports, or a mapping's
+// length), for the benches.
 struct gateway_bytes {
   std::int64_t current;
   std::int64_t peak;
