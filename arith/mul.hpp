@@ -151,6 +151,13 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
     acc_clear(acc);
     std::int32_t k = 0;
     const key_type popped_key = heap.entries[0].key;
+    // Keys that are not whole monomials: the monomial is the product at the
+    // root's first stream, formed once before any stream moves on.
+    if constexpr (!order_type::copies_key) {
+      const std::int32_t i = heap.entries[0].chain;
+      const std::int32_t j = (states[i] >> 1) - 1;
+      monomial_add<Msize>(w, A.terms + i * stride, B.terms + j * stride, m);
+    }
     // The keys of (i + 1, j) and (i, j + 1) from the popped (i, j).
     auto next_key = [&](std::int32_t i) {
       if constexpr (order_type::integer_keys)
@@ -168,8 +175,6 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
     // having none in the heap; returns its index in B.
     auto take = [&](std::int32_t i) {
       const std::int32_t j = (states[i] >> 1) - 1;
-      if constexpr (!order_type::copies_key)
-        if (k == 0) monomial_add<Msize>(w, A.terms + i * stride, B.terms + j * stride, m);
       acc_add_unsigned_product(acc, static_cast<std::uint32_t>(a_values[i]),
                                static_cast<std::uint32_t>(b_values[j]));
       states[i] |= 1;
