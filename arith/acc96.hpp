@@ -3,9 +3,9 @@
 //
 // Invariant: the sum is exact.  Values are host immediates (|v| <= 2^30), so a
 // product stays below 2^60 in magnitude and fewer than 2^35 of them cannot
-// leave 96 bits.  Where the compiler has a 128-bit integer the sum lives in
-// one; elsewhere (i386) in a 64-bit low part and a 32-bit high part.  Both
-// give the same residues.
+// leave 96 bits.  The sum lives in a 64-bit low part and a 32-bit high part
+// on every ABI: GCC keeps the two parts in registers, where it passed every
+// addend of a 128-bit integer through the stack.
 #pragma once
 
 #include <cstdint>
@@ -13,50 +13,31 @@
 namespace vorn {
 
 struct acc96 {
-#if defined(__SIZEOF_INT128__)
-  __extension__ typedef unsigned __int128 wide;
-  wide value;
-#else
   std::uint64_t low;   // bits 0 ... 63
   std::uint32_t high;  // bits 64 ... 95, two's complement with low
-#endif
 };
 
 inline void acc_clear(acc96& a) noexcept {
-#if defined(__SIZEOF_INT128__)
-  a.value = 0;
-#else
   a.low = 0;
   a.high = 0;
-#endif
 }
 
 namespace detail {
 
 inline void acc_add64(acc96& a, std::int64_t x) noexcept {
-#if defined(__SIZEOF_INT128__)
-  __extension__ typedef __int128 signed_wide;
-  a.value += static_cast<acc96::wide>(static_cast<signed_wide>(x));
-#else
   const auto ux = static_cast<std::uint64_t>(x);
   a.low += ux;
   const std::uint32_t carry = a.low < ux ? 1u : 0u;
   const std::uint32_t extension = x < 0 ? 0xffffffffu : 0u;
   a.high += carry + extension;
-#endif
 }
 
 inline void acc_sub64(acc96& a, std::int64_t x) noexcept {
-#if defined(__SIZEOF_INT128__)
-  __extension__ typedef __int128 signed_wide;
-  a.value -= static_cast<acc96::wide>(static_cast<signed_wide>(x));
-#else
   const auto ux = static_cast<std::uint64_t>(x);
   const std::uint32_t borrow = a.low < ux ? 1u : 0u;
   a.low -= ux;
   const std::uint32_t extension = x < 0 ? 0xffffffffu : 0u;
   a.high -= borrow + extension;
-#endif
 }
 
 }  // namespace detail
@@ -65,26 +46,17 @@ inline void acc_sub64(acc96& a, std::int64_t x) noexcept {
 inline void acc_add(acc96& a, std::int32_t v) noexcept { detail::acc_add64(a, v); }
 
 // Adds or subtracts the product of two values in [0, 2^31): no sign to
-// extend, which saves the kernels' hot sums two instructions and a trip
-// through memory.
+// extend, which saves the kernels' hot sums two instructions.
 inline void acc_add_unsigned_product(acc96& a, std::uint32_t x, std::uint32_t y) noexcept {
   const std::uint64_t product = static_cast<std::uint64_t>(x) * y;
-#if defined(__SIZEOF_INT128__)
-  a.value += product;
-#else
   a.low += product;
   a.high += a.low < product ? 1u : 0u;
-#endif
 }
 
 inline void acc_sub_unsigned_product(acc96& a, std::uint32_t x, std::uint32_t y) noexcept {
   const std::uint64_t product = static_cast<std::uint64_t>(x) * y;
-#if defined(__SIZEOF_INT128__)
-  a.value -= product;
-#else
   a.high -= a.low < product ? 1u : 0u;
   a.low -= product;
-#endif
 }
 
 // Adds or subtracts the full product of two signed 32-bit values.
@@ -140,13 +112,6 @@ inline std::uint32_t reduce64(std::uint64_t x, const modulus& m) noexcept {
 // magnitude is reduced from the top word down in 64-bit steps, and a
 // non-zero residue of a negative sum becomes p - r.
 inline std::int32_t acc_reduce(const acc96& a, const modulus& m) noexcept {
-#if defined(__SIZEOF_INT128__)
-  acc96::wide v = a.value;
-  const bool negative = (v >> 127) != 0;
-  if (negative) v = -v;
-  const auto top = static_cast<std::uint64_t>(v >> 64);  // < 2^32 for any exact sum
-  const auto low = static_cast<std::uint64_t>(v);
-#else
   std::uint64_t low = a.low;
   std::uint64_t top = a.high;
   const bool negative = (a.high >> 31) != 0;
@@ -154,7 +119,6 @@ inline std::int32_t acc_reduce(const acc96& a, const modulus& m) noexcept {
     low = ~low + 1;
     top = (~a.high + (low == 0 ? 1u : 0u)) & 0xffffffffu;
   }
-#endif
   std::uint64_t r;
   if (top == 0) {
     r = reduce64(low, m);
