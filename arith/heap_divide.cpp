@@ -240,14 +240,24 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
       const std::int32_t* const qv = q_values.data;
       const key_type* const qs = q_steps.data;
       const key_type key = heap.entries[0].key;
-      const std::int32_t k_before = k;
+      // Keys that are not whole monomials: the monomial is the product at
+      // the root's first stream, formed once before any stream moves on.
+      if constexpr (!order_type::copies_key) {
+        const std::int32_t s = heap.entries[0].chain;
+        if (s < quotient_streams) {
+          const std::int32_t j = (q_state[s] >> 1) - 1;
+          monomial_add<Msize>(current_monomial, q_terms.data[s], b0 + j * stride, m);
+        } else {
+          const std::int32_t d = s - divisor_base;
+          const std::int32_t kq = (d_state[d] >> 1) - 1;
+          monomial_add<Msize>(current_monomial, b0 + (d + 1) * stride, q_terms.data[kq], m);
+        }
+      }
       heap_take_equal(heap, current_monomial, [&](std::int32_t s) {
         if (s < quotient_streams) {
           const std::int32_t i = s;
           const std::int32_t j = (q_state[i] >> 1) - 1;
           q_state[i] |= 1;
-          if constexpr (!order_type::copies_key)
-            if (k == k_before) monomial_add<Msize>(current_monomial, q_terms.data[i], b0 + j * stride, m);
           acc_sub_unsigned_product(acc, static_cast<std::uint32_t>(qv[i]), static_cast<std::uint32_t>(b_values[j]));
           // The next stream was waiting for this product.
           if (q_state[i + 1] == 2 * j + 1) {
@@ -263,8 +273,6 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
           const std::int32_t d = s - divisor_base;
           const std::int32_t kq = (d_state[d] >> 1) - 1;
           d_state[d] |= 1;
-          if constexpr (!order_type::copies_key)
-            if (k == k_before) monomial_add<Msize>(current_monomial, b0 + (d + 1) * stride, q_terms.data[kq], m);
           acc_sub_unsigned_product(acc, static_cast<std::uint32_t>(b_values[d + 1]),
                                    static_cast<std::uint32_t>(qv[kq]));
           if (d_state[d + 1] == 2 * kq + 1) {
