@@ -67,8 +67,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   const word* const b0 = B.terms;
 
   // Coefficients may be unreduced or negative immediates.
-  std::int32_t lead = coefficient_value(b0[m]) % p;
-  if (lead < 0) lead += p;
+  const std::int32_t lead = residue(coefficient_value(b0[m]), p);
   const std::int32_t inv = mod_inverse(lead, p);
   if (static_cast<std::int64_t>(inv) * lead % p != 1) fail("division by zero");
   const modulus mod = make_modulus(p);

@@ -31,9 +31,7 @@ std::int32_t scale_loop(word* R, const word* f, std::int32_t count, int msize, s
   const int m = Msize > 0 ? Msize : msize;
   const std::ptrdiff_t stride = m + 1;
   const modulus mod = make_modulus(p);
-  std::int32_t reduced = factor % p;
-  if (reduced < 0) reduced += p;
-  const auto by = static_cast<std::uint64_t>(reduced);
+  const auto by = static_cast<std::uint64_t>(residue(factor, p));
   word* w = R;
   for (std::int32_t t = 0; t < count; ++t, f += stride) {
     for (int q = 0; q < m; ++q) w[q] = f[q];
