@@ -19,81 +19,93 @@
 
 namespace vorn {
 
-// Writes the terms of A + B (or A − B when subtract) mod p, p >= 1, to the
-// sink; either run may be empty.
-template <int Msize, class Sink>
-void add_merge(term_run A, term_run B, monomial_shape shape, std::int32_t p, bool subtract, Sink& out) {
+// Writes the terms of A + B (or A − B when Subtract) mod p, p >= 1, to the
+// sink; either run may be empty.  The merge walks both runs by pointer
+// against their ends, so that every position stays in a register.
+template <int Msize, bool Subtract, class Sink>
+void add_merge(term_run A, term_run B, monomial_shape shape, std::int32_t p, Sink& out) {
   const int m = Msize > 0 ? Msize : shape.msize;
   const std::ptrdiff_t stride = m + 1;
-  const std::int32_t nA = A.count;
-  const std::int32_t nB = B.count;
   const word* a = A.terms;
   const word* b = B.terms;
-  std::int32_t i = 0;
-  std::int32_t j = 0;
+  const word* const a_end = a + A.count * stride;
+  const word* const b_end = b + B.count * stride;
+  // Words after the first compare reversed for tdeg: complemented in their
+  // 31 bits they compare as plain unsigned words.
+  const word flip = shape.tdeg ? 0x7fffffffu : 0u;
+  auto terms_left = [&] { return static_cast<std::int64_t>((a_end - a) / stride + (b_end - b) / stride); };
+  auto b_value = [](word c) {
+    const std::int32_t v = coefficient_value(c);
+    return Subtract ? -v : v;
+  };
 
-  std::int32_t capacity = static_cast<std::int32_t>(std::min<std::int64_t>(std::int64_t{nA} + nB, 1024));
+  std::int32_t capacity = static_cast<std::int32_t>(std::min<std::int64_t>(terms_left(), 1024));
   word* w = out.next_block(capacity);
-  std::int32_t written = 0;
+  word* w_end = w + capacity * stride;
 
   auto put = [&](const word* monomial, std::int32_t r) {
     for (int q = 0; q < m; ++q) w[q] = monomial[q];
     w[m] = make_immediate(r);
     w += stride;
-    ++written;
   };
 
-  while (i < nA && j < nB) {
-    const std::int32_t d = compare_monomials<Msize>(a, b, m, shape.tdeg);
-    std::int32_t v = 0;
+  while (a != a_end && b != b_end) {
+    int q = 0;
+    while (q < m && a[q] == b[q]) ++q;
+    std::int32_t v;
     const word* consumed;
-    if (d >= 0) {
+    if (q == m) {
+      v = coefficient_value(a[m]) + b_value(b[m]);
+      consumed = b;
+      a += stride;
+      b += stride;
+    } else if (q == 0 ? a[0] > b[0] : (a[q] ^ flip) > (b[q] ^ flip)) {
       v = coefficient_value(a[m]);
       consumed = a;
       a += stride;
-      ++i;
-    }
-    if (d <= 0) {
-      v = subtract ? v - coefficient_value(b[m]) : v + coefficient_value(b[m]);
+    } else {
+      v = b_value(b[m]);
       consumed = b;
       b += stride;
-      ++j;
     }
     const std::int32_t r = residue(v, p);
-    if (r != 0) put(consumed, r);
-    if (written == capacity) {
-      const auto grown =
-          static_cast<std::int64_t>(std::nearbyint(static_cast<double>(written) * 250.0 / 200.0));
-      capacity = static_cast<std::int32_t>(
-          std::min({grown, std::int64_t{max_block_terms}, std::int64_t{nA - i} + (nB - j)}));
+    if (r == 0) continue;
+    put(consumed, r);
+    if (w == w_end) {
+      const auto grown = static_cast<std::int64_t>(std::nearbyint(static_cast<double>(capacity) * 250.0 / 200.0));
+      capacity = static_cast<std::int32_t>(std::min({grown, std::int64_t{max_block_terms}, terms_left()}));
       w = out.next_block(capacity);
-      written = 0;
+      w_end = w + capacity * stride;
     }
   }
 
   for (;;) {
-    for (; i < nA && written < capacity; ++i, a += stride) {
+    for (; a != a_end && w != w_end; a += stride) {
       const std::int32_t r = residue(coefficient_value(a[m]), p);
       if (r != 0) put(a, r);
     }
-    for (; j < nB && written < capacity; ++j, b += stride) {
-      const std::int32_t v = coefficient_value(b[m]);
-      const std::int32_t r = residue(subtract ? -v : v, p);
+    for (; b != b_end && w != w_end; b += stride) {
+      const std::int32_t r = residue(b_value(b[m]), p);
       if (r != 0) put(b, r);
     }
-    const std::int32_t left = (nA - i) + (nB - j);
+    const std::int64_t left = terms_left();
     if (left <= 0) break;
-    capacity = left;
+    capacity = static_cast<std::int32_t>(left);
     w = out.next_block(capacity);
-    written = 0;
+    w_end = w + capacity * stride;
   }
-  out.finish(written);
+  out.finish(capacity - static_cast<std::int32_t>((w_end - w) / stride));
 }
 
 // add_merge dispatched on the words per monomial.
 template <class Sink>
 void add_terms(term_run A, term_run B, monomial_shape shape, std::int32_t p, bool subtract, Sink& out) {
-  with_msize(shape.msize, [&](auto M) { add_merge<decltype(M)::value>(A, B, shape, p, subtract, out); });
+  with_msize(shape.msize, [&](auto M) {
+    if (subtract)
+      add_merge<decltype(M)::value, true>(A, B, shape, p, out);
+    else
+      add_merge<decltype(M)::value, false>(A, B, shape, p, out);
+  });
 }
 
 }  // namespace vorn
