@@ -5,7 +5,8 @@
 // i > 1 has a key not larger than the key of slot i / 2.  Equal keys can sit
 // in different slots when neither lay on the other's insertion path;
 // heap_pop_equal joins them.  The heap never allocates: the caller sizes the
-// entry array (one slot per stream that can be in the heap at once).
+// entry storage (heap_storage_entries for one slot per stream that can be in
+// the heap at once) and prepares it with heap_storage_init.
 //
 // Streams are named by their index; a chain runs through the caller's link
 // array (links[s] is the stream after s, no_stream ends it).  Walking a chain
@@ -28,7 +29,10 @@
 // for a count read from the layout.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include "host/words.hpp"
 #include "poly/monomial.hpp"
@@ -198,6 +202,36 @@ struct kernel_key_order<2> {
 template <int Msize>
 using kernel_key_order_t = typename kernel_key_order<Msize>::type;
 
+// Integer keys keep sentinels around the slots: the largest key in front of
+// slot 1 and the smallest in every slot after n, so that the walk up from a
+// new leaf and the sift-down stop on key comparisons alone (one exit each)
+// instead of testing their index too.  No valid key equals either (bit 31 of
+// a monomial word is clear), the insertion's equality test still checks its
+// index, and a slot is the smallest key only until the heap writes it.  The
+// sift-down reads the children of slots up to n - 1, so capacity slots need
+// storage for twice as many.  Buffer keys take the plain array.
+template <class Order>
+inline constexpr std::size_t heap_storage_entries(std::size_t capacity) noexcept {
+  return Order::integer_keys ? 2 * capacity + 1 : capacity;
+}
+
+// Writes the sentinels into storage of heap_storage_entries(capacity)
+// entries and returns the address of slot 1.
+template <class Order>
+inline basic_heap_entry<typename Order::key_type>* heap_storage_init(
+    basic_heap_entry<typename Order::key_type>* storage, std::size_t capacity) noexcept {
+  if constexpr (Order::integer_keys) {
+    using key_type = typename Order::key_type;
+    storage[0] = {std::numeric_limits<key_type>::max(), no_stream};
+    std::fill(storage + 1, storage + 2 * capacity + 1,
+              basic_heap_entry<key_type>{std::numeric_limits<key_type>::min(), no_stream});
+    return storage + 1;
+  } else {
+    (void)capacity;
+    return storage;
+  }
+}
+
 template <class Order>
 struct basic_term_heap {
   basic_heap_entry<typename Order::key_type>* entries;  // caller's array
@@ -230,60 +264,69 @@ inline void heap_insert(basic_term_heap<Order>& h, typename Order::key_type key,
   }
   std::int32_t t = leaf;  // highest slot whose key is smaller than key
   std::int32_t i = leaf / 2;
-  while (i >= 1 && order.less(e[i - 1].key, key)) {
-    t = i;
-    i /= 2;
+  if constexpr (Order::integer_keys) {
+    while (order.less(e[i - 1].key, key)) {  // stops at the sentinel before slot 1
+      t = i;
+      i >>= 1;
+    }
+  } else {
+    while (i >= 1 && order.less(e[i - 1].key, key)) {
+      t = i;
+      i /= 2;
+    }
   }
   if (i >= 1 && order.equal(e[i - 1].key, key)) {
     h.links[s] = e[i - 1].chain;
     e[i - 1].chain = s;
     return;
   }
-  for (std::int32_t hole = leaf; hole > t; hole /= 2) e[hole - 1] = e[hole / 2 - 1];
+  for (std::int32_t hole = leaf; hole > t; hole >>= 1) e[hole - 1] = e[(hole >> 1) - 1];
   e[t - 1] = {key, s};
   h.links[s] = no_stream;
   h.n = leaf;
 }
 
 // Removes slot 1 (n >= 1).  Integer keys sift the last entry down and stop
-// early; buffer keys, whose comparisons cost more, walk the larger children
-// to the bottom with one comparison per level and sift the last entry up,
-// which is usually short.  The child comparison may read slot n, the entry
-// being moved, which is still in place.
+// early, at a child not larger than it, the smallest-key sentinels after
+// slot n included; buffer keys, whose comparisons cost more, walk the larger
+// children to the bottom with one comparison per level and sift the last
+// entry up, which is usually short.  The child comparison may read slot n,
+// the entry being moved (or, with sentinels, the sentinel that replaced it).
 template <class Order>
 inline void heap_remove_root(basic_term_heap<Order>& h) noexcept {
   auto* const e = h.entries;
   const Order& order = h.order;
   const std::int32_t n = h.n;
   const auto last = e[n - 1];
-  std::int32_t hole = 1;
-  if (n > 2) {
-    std::int32_t j = 2;
-    if constexpr (Order::integer_keys) {
-      for (;;) {
+  if constexpr (Order::integer_keys) {
+    e[n - 1] = {std::numeric_limits<typename Order::key_type>::min(), no_stream};
+    h.n = n - 1;
+    if (n == 1) return;
+    std::int32_t hole = 1;
+    for (std::int32_t j = 2;; j = 2 * hole) {
+      const std::int32_t c = j + static_cast<std::int32_t>(order.less(e[j - 1].key, e[j].key));
+      if (!order.less(last.key, e[c - 1].key)) break;
+      e[hole - 1] = e[c - 1];
+      hole = c;
+    }
+    e[hole - 1] = last;
+  } else {
+    std::int32_t hole = 1;
+    if (n > 2) {
+      for (std::int32_t j = 2;; j = 2 * hole) {
         const std::int32_t c = j + static_cast<std::int32_t>(order.less(e[j - 1].key, e[j].key));
-        if (!order.less(last.key, e[c - 1].key)) break;
         e[hole - 1] = e[c - 1];
         hole = c;
         if (2 * c >= n) break;
-        j = 2 * c;
-      }
-    } else {
-      for (;;) {
-        const std::int32_t c = j + static_cast<std::int32_t>(order.less(e[j - 1].key, e[j].key));
-        e[hole - 1] = e[c - 1];
-        hole = c;
-        if (2 * c >= n) break;
-        j = 2 * c;
       }
       while (hole > 1 && order.less(e[hole / 2 - 1].key, last.key)) {
         e[hole - 1] = e[hole / 2 - 1];
         hole /= 2;
       }
     }
+    e[hole - 1] = last;
+    h.n = n - 1;
   }
-  e[hole - 1] = last;
-  h.n = n - 1;
 }
 
 // True when the root holds the monomial whose key was root_key (copied into

@@ -111,9 +111,21 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
 
   const std::int32_t cap0 = first_block > 0 ? first_block : std::min<std::int32_t>(nB, 1024);
   gateway_array<entry> heap_array;
-  heap_array.data = static_cast<entry*>(gateway_take(static_cast<std::size_t>(cap0), sizeof(entry)));
+  heap_array.data =
+      static_cast<entry*>(gateway_take(heap_storage_entries<order_type>(static_cast<std::size_t>(cap0)), sizeof(entry)));
   std::int32_t H = cap0;
-  basic_term_heap<order_type> heap{heap_array.data, 0, order, nullptr};
+  basic_term_heap<order_type> heap{heap_storage_init<order_type>(heap_array.data, static_cast<std::size_t>(cap0)), 0,
+                                   order, nullptr};
+  // A larger entry array for capacity slots, the occupied ones kept.
+  auto regrow_heap = [&](std::int32_t capacity) {
+    gateway_array<entry> larger;
+    const auto slots = static_cast<std::size_t>(capacity);
+    larger.data = static_cast<entry*>(gateway_take(heap_storage_entries<order_type>(slots), sizeof(entry)));
+    entry* const entries = heap_storage_init<order_type>(larger.data, slots);
+    std::copy_n(heap.entries, heap.n, entries);
+    std::swap(heap_array.data, larger.data);  // the old array goes with the local
+    heap.entries = entries;
+  };
 
   // Streams, named by index: first the quotient streams, stream i for slot i
   // of the quotient walking B[1 ...], made one per slot until the switch;
@@ -359,8 +371,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
 
     if (!switched && nB >= 2) {
       if (nB - 1 > H + newcap) {
-        regrow(heap_array, static_cast<std::size_t>(heap.n), static_cast<std::size_t>(H + newcap));
-        heap.entries = heap_array.data;
+        regrow_heap(H + newcap);
         add_quotient_streams(newcap);
         H += newcap;
       } else {
@@ -370,8 +381,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
         if (info_level > 4)
           host_printf(cbt, "switch! qn=%d terms, dn=%d terms, heap=%d\n", static_cast<int>(newcap),
                       static_cast<int>(nB - 1), static_cast<int>(H));
-        regrow(heap_array, static_cast<std::size_t>(heap.n), static_cast<std::size_t>(H));
-        heap.entries = heap_array.data;
+        regrow_heap(H);
         divisor_base = streams;
         add_streams(nB - 1);
         regrow(d_state_array, 0, static_cast<std::size_t>(nB) + 1);

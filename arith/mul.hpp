@@ -64,7 +64,7 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   using key_type = typename order_type::key_type;
   using entry = basic_heap_entry<key_type>;
   gateway_array<entry> heap_array;
-  heap_array.data = static_cast<entry*>(gateway_take(count_a, sizeof(entry)));
+  heap_array.data = static_cast<entry*>(gateway_take(heap_storage_entries<order_type>(count_a), sizeof(entry)));
 
   // Stream i multiplies A[i] by B.  Per stream, in arrays of their own: the
   // chain link; the state, 2·(index in B of the next product to insert) +
@@ -79,7 +79,8 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   std::int32_t* const a_values = states + nA + 1;
   states[-1] = INT32_MAX;
   states[nA] = 0;
-  basic_term_heap<order_type> heap{heap_array.data, 0, {m, shape.tdeg}, links};
+  basic_term_heap<order_type> heap{heap_storage_init<order_type>(heap_array.data, count_a), 0, {m, shape.tdeg},
+                                   links};
 
   // Coefficient values, decoded and reduced once: a product reads two of
   // them instead of two terms, and adds their product without a sign.  With integer keys, a product's successors (i + 1, j) and

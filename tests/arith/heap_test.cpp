@@ -13,9 +13,10 @@ namespace {
 using chain = std::vector<std::int32_t>;
 
 struct small_heap {
-  std::vector<heap_entry<1>> entries = std::vector<heap_entry<1>>(16);
+  std::vector<heap_entry<1>> storage =
+      std::vector<heap_entry<1>>(heap_storage_entries<key_order<1>>(16));
   chain links = chain(16, 99);
-  term_heap<1> h{entries.data(), 0, {1, false}, links.data()};
+  term_heap<1> h{heap_storage_init<key_order<1>>(storage.data(), 16), 0, {1, false}, links.data()};
 
   void insert(std::int32_t key, std::int32_t stream) { heap_insert(h, key, stream); }
   chain pop(word& m) {
