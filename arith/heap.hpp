@@ -30,6 +30,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -238,6 +239,7 @@ struct basic_term_heap {
   std::int32_t n;                                        // occupied slots
   Order order;
   std::int32_t* links;  // caller's array, one per stream
+  std::int32_t recent = 1;  // integer keys: the slot the last walking insertion ended at
 };
 
 template <int Msize>
@@ -246,11 +248,21 @@ using term_heap = basic_term_heap<key_order<Msize>>;
 // Places stream s under key: on the slot of an equal key met at the root or
 // on the way up from the new leaf, otherwise in a new slot with the path
 // above it moved down one level.  The array needs room for n + 1 slots.
+//
+// Integer keys also try the slot the last walking insertion ended at before
+// they walk: products of one monomial tend to arrive one after another, and
+// every one caught there saves a walk now and a root removal later (equal
+// keys in two slots cost a removal each).  Their walk moves the path down as
+// it goes; the rare walk that ends on an equal key puts it back.
 template <class Order>
 inline void heap_insert(basic_term_heap<Order>& h, typename Order::key_type key, std::int32_t s) noexcept {
   auto* const e = h.entries;
   const Order& order = h.order;
   const std::int32_t leaf = h.n + 1;
+  auto chain_at = [&](std::int32_t slot) {
+    h.links[s] = e[slot - 1].chain;
+    e[slot - 1].chain = s;
+  };
   if (leaf == 1) {
     e[0] = {key, s};
     h.links[s] = no_stream;
@@ -258,32 +270,55 @@ inline void heap_insert(basic_term_heap<Order>& h, typename Order::key_type key,
     return;
   }
   if (order.equal(key, e[0].key)) {
-    h.links[s] = e[0].chain;
-    e[0].chain = s;
+    chain_at(1);
     return;
   }
-  std::int32_t t = leaf;  // highest slot whose key is smaller than key
-  std::int32_t i = leaf / 2;
   if constexpr (Order::integer_keys) {
+    const std::int32_t r = h.recent;
+    if (r < leaf && order.equal(key, e[r - 1].key)) {
+      chain_at(r);
+      return;
+    }
+    std::int32_t hole = leaf;
+    std::int32_t i = leaf >> 1;
     while (order.less(e[i - 1].key, key)) {  // stops at the sentinel before slot 1
-      t = i;
+      e[hole - 1] = e[i - 1];
+      hole = i;
       i >>= 1;
     }
+    if (i >= 1 && order.equal(e[i - 1].key, key)) {
+      chain_at(i);
+      h.recent = i;
+      // Each slot from the hole down takes back its child on the path to the leaf.
+      const int leaf_depth = std::bit_width(static_cast<std::uint32_t>(leaf));
+      for (std::int32_t x = hole; x != leaf;) {
+        const std::int32_t child = leaf >> (leaf_depth - std::bit_width(static_cast<std::uint32_t>(x)) - 1);
+        e[x - 1] = e[child - 1];
+        x = child;
+      }
+      e[leaf - 1] = {std::numeric_limits<typename Order::key_type>::min(), no_stream};
+      return;
+    }
+    e[hole - 1] = {key, s};
+    h.links[s] = no_stream;
+    h.n = leaf;
+    h.recent = hole;
   } else {
+    std::int32_t t = leaf;  // highest slot whose key is smaller than key
+    std::int32_t i = leaf / 2;
     while (i >= 1 && order.less(e[i - 1].key, key)) {
       t = i;
       i /= 2;
     }
+    if (i >= 1 && order.equal(e[i - 1].key, key)) {
+      chain_at(i);
+      return;
+    }
+    for (std::int32_t hole = leaf; hole > t; hole /= 2) e[hole - 1] = e[hole / 2 - 1];
+    e[t - 1] = {key, s};
+    h.links[s] = no_stream;
+    h.n = leaf;
   }
-  if (i >= 1 && order.equal(e[i - 1].key, key)) {
-    h.links[s] = e[i - 1].chain;
-    e[i - 1].chain = s;
-    return;
-  }
-  for (std::int32_t hole = leaf; hole > t; hole >>= 1) e[hole - 1] = e[(hole >> 1) - 1];
-  e[t - 1] = {key, s};
-  h.links[s] = no_stream;
-  h.n = leaf;
 }
 
 // Removes slot 1 (n >= 1).  Integer keys sift the last entry down and stop

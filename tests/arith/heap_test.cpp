@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace vorn {
@@ -43,15 +44,47 @@ TEST(TermHeap, EqualKeysChainAtTheRootAndAtAnAncestor) {
   EXPECT_EQ(m, 7u);
 }
 
+// A walk that has moved part of its path down before it meets an equal key
+// chains there and leaves the path as it was.
+TEST(TermHeap, AWalkThatEndsOnAnEqualKeyPutsItsPathBack) {
+  small_heap t;
+  // Slots 1 to 15, slot k holding stream k - 1.
+  const std::vector<std::int32_t> keys{100, 50, 90, 40, 45, 80, 85, 30, 35, 44, 43, 70, 75, 84, 83};
+  for (std::int32_t k = 0; k < 15; ++k) {
+    t.h.entries[k] = {keys[static_cast<std::size_t>(k)], k};
+    t.links[static_cast<std::size_t>(k)] = no_stream;
+  }
+  t.h.n = 15;
+  t.insert(50, 15);  // leaf 16: slots 8 (30) and 4 (40) move down, then slot 2 (50) is equal
+  EXPECT_EQ(t.h.n, 15);
+  std::vector<std::int32_t> sorted = keys;
+  std::sort(sorted.rbegin(), sorted.rend());
+  word m = 0;
+  for (const std::int32_t key : sorted) {
+    const chain streams = t.pop(m);
+    EXPECT_EQ(m, static_cast<word>(key));
+    if (key == 50) {
+      EXPECT_EQ(streams, (chain{15, 1}));
+    } else {
+      ASSERT_EQ(streams.size(), 1u);
+      EXPECT_EQ(keys[static_cast<std::size_t>(streams[0])], key);
+    }
+  }
+  EXPECT_EQ(t.h.n, 0);
+}
+
 TEST(TermHeap, EqualKeysInSeparateSlotsComeOutAsOneList) {
   small_heap t;
   t.insert(10, 0);
   t.insert(7, 1);
-  t.insert(5, 2);
-  t.insert(5, 3);  // leaf 4 under slot 2 (7): a slot of its own
-  t.insert(5, 5);  // leaf 5 under slot 2 as well
+  t.insert(5, 2);  // slot 3
+  t.insert(5, 3);  // leaf 4 lies under slot 2, but slot 3 took the last new key: chained there
+  ASSERT_EQ(t.h.n, 3);
+  t.insert(6, 4);  // leaf 4 under slot 2 (7)
+  t.insert(5, 5);  // leaf 5 under slot 2: a slot of its own, apart from slot 3
   ASSERT_EQ(t.h.n, 5);
   word m = 0;
+  t.pop(m);
   t.pop(m);
   t.pop(m);
   const auto fives = t.pop(m);
@@ -67,8 +100,8 @@ TEST(TermHeap, TakenStreamsCanBeInsertedAgainAtOnce) {
   t.insert(10, 0);
   t.insert(7, 1);
   t.insert(5, 2);
-  t.insert(5, 3);  // a slot of its own
-  t.insert(5, 5);  // and another
+  t.insert(5, 3);
+  t.insert(5, 5);
   t.insert(10, 4);  // chained at the root
   word m = 0;
   chain taken;
