@@ -135,7 +135,8 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   // its state, 2·(index of the next product to insert) + (1 when none of its
   // products is in the heap), so that the current product is (state >> 1) - 1.
   // Each state array has a sentinel on either side: the one before has passed
-  // every index, the one after waits for none.  A slot not yet written has
+  // every index (for the quotient streams, B's last one, past which none
+  // moves on), the one after waits for none.  A slot not yet written has
   // state 0 and so waits for nothing either.
   gateway_array<std::int32_t> links;
   gateway_array<word> buffers;
@@ -169,7 +170,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
     quotient_streams += count;
     regrow(q_state_array, static_cast<std::size_t>(old) + 1, static_cast<std::size_t>(quotient_streams) + 2);
     q_state = q_state_array.data + 1;
-    q_state[-1] = INT32_MAX;
+    q_state[-1] = 2 * nB + 1;  // has taken B's last product: no stream moves on past it
     std::fill(q_state + old, q_state + quotient_streams + 1, 0);
   };
   auto grow_quotient = [&](std::int32_t capacity) {
@@ -276,7 +277,7 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
             insert_quotient(i + 1, j, stepped(key, qs, i));
           }
           // This stream moves on once the one before it has passed j + 1.
-          if (j + 1 < nB && q_state[i - 1] >= 2 * (j + 2) + 1) {
+          if (q_state[i - 1] >= 2 * (j + 2) + 1) {
             q_state[i] = 2 * (j + 2);
             insert_quotient(i, j + 1, stepped(key, b_steps, j));
           }

@@ -72,12 +72,13 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
   // product is (state >> 1) - 1; and the value of A[i]'s coefficient.  The
   // states have a sentinel on each side that makes the delayed order's tests
   // of the neighbours hold at the ends without a check: the one before has
-  // passed every index, the one after waits for none.
+  // taken B's last product (so no stream moves on past B's end, none's state
+  // exceeding that), the one after waits for none.
   auto* const links = static_cast<std::int32_t*>(
       scratch.take(checked_bytes(count_a, 3 * sizeof(std::int32_t)) + 2 * sizeof(std::int32_t), 1));
   std::int32_t* const states = links + nA + 1;
   std::int32_t* const a_values = states + nA + 1;
-  states[-1] = INT32_MAX;
+  states[-1] = 2 * nB + 1;
   states[nA] = 0;
   basic_term_heap<order_type> heap{heap_storage_init<order_type>(heap_array.data, count_a), 0, {m, shape.tdeg},
                                    links};
@@ -196,7 +197,7 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
           insert(i + 1, j, next_key(i));
         }
         // This stream moves on once the one before it has passed j + 1.
-        if (j + 1 < nB && states[i - 1] >= 2 * (j + 2) + 1) {
+        if (states[i - 1] >= 2 * (j + 2) + 1) {
           states[i] = 2 * (j + 2);
           insert(i, j + 1, right_key(j));
         }
