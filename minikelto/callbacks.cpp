@@ -216,4 +216,8 @@ void interrupt_from_poll(std::int64_t n) noexcept {
 
 std::int64_t interrupt_polls() noexcept { return detail::state().polls; }
 
+void poll_interrupt() {
+  if (cb_check_interrupt() != 0) throw interrupted{};
+}
+
 }  // namespace minikelto

@@ -93,6 +93,20 @@ struct monomial_space {
   }
 };
 
+// Term operations between two interrupt polls: a poll is a call and a term
+// operation tens of nanoseconds, so a poll comes every few milliseconds.  The
+// count starts afresh with every expansion, so where an interrupt countdown
+// stops one does not depend on what ran before it.
+constexpr std::uint32_t poll_interval = 1u << 16;
+std::uint32_t operations_to_poll = poll_interval;
+
+inline void count_operation() {
+  if (--operations_to_poll == 0) {
+    operations_to_poll = poll_interval;
+    poll_interrupt();
+  }
+}
+
 // Powers of integers beyond this many bits are refused rather than computed.
 constexpr std::uint64_t max_power_bits = std::uint64_t{1} << 20;
 
@@ -245,6 +259,7 @@ inline bool fits_half(small_int v) {
 // Adds (A's term i) * (B's term j) into out.
 inline void add_product(const term_table& A, std::size_t i, const term_table& B, std::size_t j,
                         std::int32_t words, std::uint64_t* k, big_integer& x, big_integer& y, term_table& out) {
+  count_operation();
   const std::uint64_t* a = A.key(i);
   const std::uint64_t* b = B.key(j);
   for (std::int32_t w = 0; w < words; ++w) k[w] = a[w] + b[w];
@@ -502,6 +517,7 @@ class expander {
   void add_into(const term_table& from, term_table& out) {
     big_integer x;
     for (std::size_t i = 0; i < from.size(); ++i) {
+      count_operation();
       coefficient& c = out.at(from.key(i));
       const coefficient& f = from.coeff(i);
       if (f.big < 0) {
@@ -541,6 +557,7 @@ std::int32_t bit_length(std::uint64_t v) {
 }  // namespace
 
 word expand(word expression) {
+  operations_to_poll = poll_interval;
   degree_bounds bounds;
   std::map<word, std::uint64_t> top;
   bounds.visit(expression, top);

@@ -10,7 +10,9 @@ namespace minikelto {
 
 // The expanded form of `expression`, made unique.  Operands that are neither
 // integers, sums, products nor powers (names, calls, equations) are treated
-// as variables.  Throws std::invalid_argument for a negative or huge exponent.
+// as variables.  Throws std::invalid_argument for a negative or huge exponent,
+// and `interrupted` when an interrupt poll (one per 65536 term
+// operations) answers non-zero.
 word expand(word expression);
 
 }  // namespace minikelto

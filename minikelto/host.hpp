@@ -18,6 +18,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <span>
 #include <string>
@@ -197,6 +198,15 @@ void clear_interrupt() noexcept;
 void interrupt_from_poll(std::int64_t n) noexcept;
 // Polls since reset(), clear_interrupt() or interrupt_from_poll().
 std::int64_t interrupt_polls() noexcept;
+
+// Thrown by the host's own long work (expansion) when a poll answers
+// non-zero, so that work stops as the plug-in's entries do.
+struct interrupted : std::exception {
+  const char* what() const noexcept override { return "Interrupted"; }
+};
+// One poll, counted with the plug-in's: throws `interrupted` when the request
+// flag or the countdown is set.
+void poll_interrupt();
 
 // ---- Plug-in and entry calls -----------------------------------------------
 

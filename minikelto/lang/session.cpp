@@ -166,6 +166,8 @@ struct session::impl {
         return expand(args[0]);
       } catch (const std::invalid_argument& e) {
         fail_in(f, e.what());
+      } catch (const interrupted& e) {
+        fail_in(f, e.what());
       }
     }
     if (f == "print") {
