@@ -11,6 +11,7 @@
 #include "arith/grow.hpp"
 #include "arith/mod_inverse.hpp"
 #include "host/words.hpp"
+#include "support/test_seed.hpp"
 
 namespace vorn {
 namespace {
@@ -87,7 +88,9 @@ TEST(Acc96, UnsignedProductsAcrossTheWordBoundaries) {
 // The division-free reductions against the remainder they replace, at the
 // edges of their ranges and at random.
 TEST(Acc96, ReductionsWithoutDivision) {
-  std::mt19937_64 rng(11);
+  const std::uint32_t seed = test::test_seed(11);
+  SCOPED_TRACE(test::seed_note(seed));
+  std::mt19937_64 rng(seed);
   for (std::int32_t p : primes) {
     SCOPED_TRACE(p);
     const modulus m = make_modulus(p);
@@ -119,7 +122,9 @@ TEST(GrowEstimate, SizesOfTheNextBlock) {
 }
 
 TEST(ModInverse, InversesAndMultiples) {
-  std::mt19937 rng(7);
+  const std::uint32_t seed = test::test_seed(7);
+  SCOPED_TRACE(test::seed_note(seed));
+  std::mt19937 rng(seed);
   std::uniform_int_distribution<std::int32_t> any(INT32_MIN + 1, INT32_MAX);
   for (std::int32_t p : primes) {
     SCOPED_TRACE(p);

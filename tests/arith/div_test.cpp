@@ -15,6 +15,7 @@
 #include "host/frame.hpp"
 #include "poly/container.hpp"
 #include "support/host_fixture.hpp"
+#include "support/test_seed.hpp"
 
 #ifdef VORN_HAVE_FLINT
 #include <flint/nmod_mpoly.h>
@@ -129,7 +130,9 @@ class Division : public host_test {
 
 TEST_F(Division, SmallCases) {
   const ring_case rc{monomial_order::plex, 3, 4};
-  std::mt19937 rng(7);
+  const std::uint32_t seed = test::test_seed(7);
+  SCOPED_TRACE(test::seed_note(seed));
+  std::mt19937 rng(seed);
   const test_poly B = from_terms({{{1, 2, 0}, 3}}, rc);
   const test_poly Q = random_poly(rng, rc, 60, 20, 1, 100);
   // One-term divisor: no stream ever enters the heap.
@@ -159,7 +162,9 @@ TEST_F(Division, SwitchPlacementDoesNotChangeTheQuotient) {
     std::size_t b, q;
   };
   const sizes cases[] = {small_tests ? sizes{1030, 1100} : sizes{1500, 5000}, {300, small_tests ? 1500u : 3000u}};
-  std::mt19937 rng(11);
+  const std::uint32_t seed = test::test_seed(11);
+  SCOPED_TRACE(test::seed_note(seed));
+  std::mt19937 rng(seed);
   for (const sizes& s : cases) {
     const test_poly B = random_poly(rng, rc, s.b, 20, 1, 32002);
     const test_poly Q = random_poly(rng, rc, s.q, 25, 1, 32002);
@@ -183,7 +188,9 @@ TEST_F(Division, SwitchPlacementDoesNotChangeTheQuotient) {
 // switch falls, and a product plus a remainder is still refused.
 TEST_F(Division, DivisorWithRepeatedMonomials) {
   const ring_case rc{monomial_order::grlex, 3, 4};
-  std::mt19937 rng(5);
+  const std::uint32_t seed = test::test_seed(5);
+  SCOPED_TRACE(test::seed_note(seed));
+  std::mt19937 rng(seed);
   const test_poly B = random_poly(rng, rc, 150, 12, 1, 32002);
   const test_poly Q = random_poly(rng, rc, 400, 12, 1, 32002);
   std::vector<test_term> split;
@@ -261,7 +268,9 @@ TEST_F(Division, RandomProductsDivideBack) {
                              {monomial_order::plex, 3, 1}, {monomial_order::grlex, 6, 2}};
   const std::int32_t primes[] = {2, 32003, big_prime};
   const std::size_t sizes[] = {1, 8, 120, small_tests ? 700u : 4000u};
-  std::mt19937 rng(2024);
+  const std::uint32_t seed = test::test_seed(2024);
+  SCOPED_TRACE(test::seed_note(seed));
+  std::mt19937 rng(seed);
   std::uniform_int_distribution<std::int32_t> first_block(0, 40);
   int iteration = 0;
   for (const ring_case& rc : rings)
@@ -338,7 +347,9 @@ class DivisionEntry : public Division {
 };
 
 TEST_F(DivisionEntry, MessagesInTheirOrder) {
-  std::mt19937 rng(5);
+  const std::uint32_t seed = test::test_seed(5);
+  SCOPED_TRACE(test::seed_note(seed));
+  std::mt19937 rng(seed);
   const test_poly F = random_poly(rng, rc, 30, 6, 1, 100);
   const word A = container(F);
   const word zero = container(test_poly{});

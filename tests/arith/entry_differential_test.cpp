@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "entry_test_util.hpp"
+#include "support/test_seed.hpp"
 
 namespace {
 
@@ -107,12 +108,13 @@ class EntryDifferential : public entry_test {
 TEST_F(EntryDifferential, RandomPolynomialsAgreeWithExpandAndFlint) {
   constexpr std::int32_t moduli[] = {2, 3, 32003, 1073741789, 1000000};
   const std::size_t terms = vorn::test::small_tests ? 40 : 200;
-  for (std::uint32_t seed = 1; seed <= 30; ++seed) {
+  for (std::uint32_t round = 1; round <= 30; ++round) {
+    const std::uint32_t seed = vorn::test::test_seed(round);
     rng.seed(seed);
-    const ring_spec& rs = orders[seed % 3];
-    const int n = 1 + static_cast<int>(seed % 10);
-    const std::int32_t p = moduli[seed % 5];
-    SCOPED_TRACE("seed " + std::to_string(seed) + ": " + rs.name + " in " + std::to_string(n) + " variables mod " +
+    const ring_spec& rs = orders[round % 3];
+    const int n = 1 + static_cast<int>(round % 10);
+    const std::int32_t p = moduli[round % 5];
+    SCOPED_TRACE("round " + std::to_string(round) + ", " + vorn::test::seed_note(seed) + ": " + rs.name + " in " + std::to_string(n) + " variables mod " +
                  std::to_string(p));
     const std::vector<word> vars = variables(n);
     const std::int32_t degree = n == 1 ? 60 : 12;
@@ -124,11 +126,12 @@ TEST_F(EntryDifferential, RandomPolynomialsAgreeWithExpandAndFlint) {
 TEST_F(EntryDifferential, DensePolynomialsAgreeWithExpandAndFlint) {
   // Many products per monomial: long chains in the heap and large sums.
   const std::int32_t d = vorn::test::small_tests ? 6 : 12;
-  for (std::uint32_t seed = 1; seed <= 3; ++seed) {
+  for (std::uint32_t round = 1; round <= 3; ++round) {
+    const std::uint32_t seed = vorn::test::test_seed(round);
     rng.seed(seed);
-    const ring_spec& rs = orders[seed - 1];
-    const int n = 2 + static_cast<int>(seed);
-    SCOPED_TRACE(std::string(rs.name) + " in " + std::to_string(n) + " variables");
+    const ring_spec& rs = orders[round - 1];
+    const int n = 2 + static_cast<int>(round);
+    SCOPED_TRACE(std::string(rs.name) + " in " + std::to_string(n) + " variables, " + vorn::test::seed_note(seed));
     const std::vector<word> vars = variables(n);
     const word f = minikelto::subtract(dense_power(vars, d), integer(1073741789));
     check_case(rs, n, 1073741789, f, random_polynomial(vars, vorn::test::small_tests ? 30 : 300, d, 1073741789));

@@ -8,6 +8,7 @@
 #include "support/packed_terms.hpp"
 #include "poly/monomial.hpp"
 #include "poly/pack.hpp"
+#include "support/test_seed.hpp"
 
 namespace vorn {
 namespace {
@@ -89,7 +90,7 @@ TEST(PackedEncoding, RoundTripAndOrderForEveryPackOrderAndWidth) {
   for (monomial_order order : all_orders) {
     for (int pack = 1; pack <= 32; ++pack) {
       for (int n = 0; n <= 12; ++n) {
-        const unsigned seed = static_cast<unsigned>(pack * 1000 + n * 10 + static_cast<int>(order));
+        const std::uint32_t seed = test::test_seed(static_cast<std::uint32_t>(pack * 1000 + n * 10 + static_cast<int>(order)));
         std::mt19937 rng(seed);
         const int shift = pack_shift(pack);
         const std::vector<word> layout = test::test_layout(order, n, pack);
@@ -100,16 +101,16 @@ TEST(PackedEncoding, RoundTripAndOrderForEveryPackOrderAndWidth) {
           words.push_back(packed(order, e, pack));
           const auto& w = words.back();
           ASSERT_FALSE(has_guard_bit<0>(w.data(), layout_guard(layout.data()), msize))
-              << "seed " << seed << ": a fitting vector sets a guard bit";
+              << test::seed_note(seed) << ": a fitting vector sets a guard bit";
           exponents back(e.size(), 0xffffffffu);
           unpack_routine_of(order)(w.data(), back.data(), n, shift);
-          ASSERT_EQ(back, e) << "seed " << seed;
+          ASSERT_EQ(back, e) << test::seed_note(seed);
         }
         for (std::size_t i = 0; i < vectors.size(); ++i)
           for (std::size_t j = 0; j < vectors.size(); ++j)
             ASSERT_EQ(test::sign(compare_monomials(words[i].data(), words[j].data(), layout.data())),
                       test::reference_compare(order, vectors[i], vectors[j]))
-                << "seed " << seed << " pair " << i << ", " << j;
+                << test::seed_note(seed) << " pair " << i << ", " << j;
       }
     }
   }

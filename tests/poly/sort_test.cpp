@@ -11,6 +11,7 @@
 #include "support/packed_terms.hpp"
 #include "poly/monomial.hpp"
 #include "poly/sort.hpp"
+#include "support/test_seed.hpp"
 
 namespace vorn {
 namespace {
@@ -83,7 +84,9 @@ class SortTerms : public ::testing::TestWithParam<int> {};
 TEST_P(SortTerms, EveryShapeAndSizeEndsDecreasing) {
   const int msize = GetParam();
   const std::int32_t largest = test::small_tests ? 20000 : 200000;
-  std::mt19937 rng(static_cast<unsigned>(msize));
+  const std::uint32_t seed = test::test_seed(static_cast<std::uint32_t>(msize));
+  SCOPED_TRACE(test::seed_note(seed));
+  std::mt19937 rng(seed);
   for (std::int32_t n : {0, 1, 2, 9, 10, 11, 17, 100, 257, 5000, largest}) {
     for (shape s : {shape::random, shape::sorted, shape::reversed, shape::all_equal, shape::few_distinct}) {
       for (bool tdeg : {false, true}) {
@@ -103,7 +106,9 @@ TEST_P(SortTerms, EveryShapeAndSizeEndsDecreasing) {
 
 TEST_P(SortTerms, ShellSortTakesOverWhenTheBudgetRunsOut) {
   const int msize = GetParam();
-  std::mt19937 rng(100u + static_cast<unsigned>(msize));
+  const std::uint32_t seed = test::test_seed(100u + static_cast<std::uint32_t>(msize));
+  SCOPED_TRACE(test::seed_note(seed));
+  std::mt19937 rng(seed);
   const std::int32_t n = test::small_tests ? 3000 : 30000;
   for (std::int32_t budget : {1, 4, 40}) {
     term_array a = make_terms(msize, false, n, shape::random, rng);

@@ -1,5 +1,8 @@
 // The shared test fixture's implementation.
 #include "support/host_fixture.hpp"
+#include "support/test_seed.hpp"
+
+#include <cstdlib>
 
 #include "host/frame.hpp"
 #include "host/memory.hpp"
@@ -65,3 +68,30 @@ minikelto::word host_test::prod(std::initializer_list<std::pair<word, std::int32
 minikelto::word host_test::funcall(std::string_view function, std::initializer_list<word> arguments) {
   return minikelto::unique(minikelto::make_funcall(name(function), arguments));
 }
+
+namespace vorn::test {
+
+namespace {
+// The value of VORN_TEST_SEED; nullptr when unset or empty.
+const char* seed_variable() {
+  const char* v = std::getenv("VORN_TEST_SEED");
+  return v != nullptr && *v != '\0' ? v : nullptr;
+}
+}  // namespace
+
+std::uint32_t test_seed(std::uint32_t fixed) {
+  const char* v = seed_variable();
+  if (v == nullptr) return fixed;
+  // splitmix64 of both, so nearby values of either give unrelated streams.
+  std::uint64_t z = std::strtoull(v, nullptr, 10) * 0x9e3779b97f4a7c15ull + fixed;
+  z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+  z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+  return static_cast<std::uint32_t>(z ^ (z >> 31));
+}
+
+std::string seed_note(std::uint32_t seed) {
+  const char* v = seed_variable();
+  return "seed " + std::to_string(seed) + (v != nullptr ? " (VORN_TEST_SEED=" + std::string(v) + ")" : " (default)");
+}
+
+}  // namespace vorn::test
