@@ -2,7 +2,11 @@
 // path (host polynomials -> kelto2vorn -> entry -> vorn2kelto) and FLINT's
 // nmod_mpoly (one thread) on the same polynomials in the same process,
 // alternating run by run, checks that both give the same terms, and prints
-// one table of median times and ratios libvorn / FLINT.
+// one table of median times and ratios libvorn / FLINT.  FLINT is timed
+// twice per run: into a fresh output ("peer s", "ratio": how a
+// computer-algebra system calls it, a new value for every result, as every
+// entry of ours builds a new container) and into a warm output reused from
+// run to run ("warm s", "warm": FLINT writing into memory it already owns).
 //
 //   vorn-bench [--quick] [--runs N] [--json FILE] [--plot FILE.svg]
 //              [--problem TEXT] [--order tdeg|plex] [--prime P] [--ops LIST]
@@ -53,7 +57,8 @@ struct row {
   std::int64_t terms;
   double vorn_s;
   std::string peer;  // empty: no peer
-  double peer_s;
+  double peer_s;       // the peer into a fresh output, as a computer-algebra system calls it
+  double peer_warm_s;  // the peer into an output reused from run to run
   double memory_ratio = 0;  // mul: peak bytes / (result + inputs); 0: not measured
   std::int64_t peak_bytes = 0;
 };
@@ -143,6 +148,22 @@ void to_flint(flint_poly& F, word container, vorn::monomial_order order, int n, 
   }
   nmod_mpoly_sort_terms(F.a, F.ctx);
   nmod_mpoly_combine_like_terms(F.a, F.ctx);
+}
+
+// Times one peer call per run both ways: into a fresh output, initialised
+// before the clock and cleared after it (every entry of ours builds a new
+// container, as a computer-algebra system needs a new value for every
+// result), and into `warm`, the same output every run, grown by an untimed
+// first call.  `call(out)` writes its result into out.
+template <class Call>
+void time_peer(const nmod_mpoly_ctx_t ctx, nmod_mpoly_struct* warm, Call call, std::vector<double>& fresh_s,
+               std::vector<double>& warm_s) {
+  {
+    flint_poly out(ctx);
+    fresh_s.push_back(seconds_of([&] { call(out.a); }));
+  }
+  if (warm_s.empty()) call(warm);
+  warm_s.push_back(seconds_of([&] { call(warm); }));
 }
 
 struct problem {
@@ -239,24 +260,24 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
     const std::vector<word> keep = {A, B, ring, pack, characteristic};
 
     auto add_row = [&](const std::string& op, std::int64_t terms, const std::vector<double>& vs, const char* peer,
-                       const std::vector<double>& ps) {
-      rows.push_back({pr.name, order_name, p, op, terms, median(vs), peer ? peer : "", median(ps)});
+                       const std::vector<double>& ps, const std::vector<double>& pw) {
+      rows.push_back({pr.name, order_name, p, op, terms, median(vs), peer ? peer : "", median(ps), median(pw)});
     };
     const auto count = [](word c) { return vorn::read_container(minikelto::callbacks(), c).count; };
 
-    std::vector<double> vs, ps, ps2;
+    std::vector<double> vs, ps, ps2, pw, pw2;
     if (opt.wants("conv")) {
       for (int r = 0; r < runs; ++r) {
         vs.push_back(seconds_of([&] { call("kelto2vorn", {pr.f, ring, pack, characteristic}); }));
         minikelto::collect(keep);
       }
-      add_row("kelto2vorn f", count(A), vs, nullptr, {});
+      add_row("kelto2vorn f", count(A), vs, nullptr, {}, {});
       vs.clear();
       for (int r = 0; r < runs; ++r) {
         vs.push_back(seconds_of([&] { call("kelto2vorn", {pr.g, ring, pack, characteristic}); }));
         minikelto::collect(keep);
       }
-      add_row("kelto2vorn g", count(B), vs, nullptr, {});
+      add_row("kelto2vorn g", count(B), vs, nullptr, {}, {});
     }
 
     // The product, alternating with both FLINT multiplications; the first
@@ -272,8 +293,8 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
       vs.push_back(seconds_of([&] { P = call("mul_vorn", {modulus, A, B}); }));
       if (r == 0) peak = vorn::gateway_byte_counts().peak - before;
       if (with_peer && timed_mul) {
-        ps.push_back(seconds_of([&] { nmod_mpoly_mul_johnson(FP.a, FA.a, FB.a, ctx); }));
-        ps2.push_back(seconds_of([&] { nmod_mpoly_mul(FP.a, FA.a, FB.a, ctx); }));
+        time_peer(ctx, FP.a, [&](nmod_mpoly_struct* out) { nmod_mpoly_mul_johnson(out, FA.a, FB.a, ctx); }, ps, pw);
+        time_peer(ctx, FR.a, [&](nmod_mpoly_struct* out) { nmod_mpoly_mul(out, FA.a, FB.a, ctx); }, ps2, pw2);
       }
       if (r + 1 < mul_runs) minikelto::collect(keep);
     }
@@ -282,8 +303,8 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
     to_flint(check, P, order, pr.n, p);
     if (!nmod_mpoly_equal(check.a, FP.a, ctx)) fail_check(pr.name + " product");
     if (timed_mul) {
-      add_row("mul_vorn", count(P), vs, "nmod_mpoly_mul_johnson", ps);
-      add_row("mul_vorn", count(P), vs, "nmod_mpoly_mul", ps2);
+      add_row("mul_vorn", count(P), vs, "nmod_mpoly_mul_johnson", ps, pw);
+      add_row("mul_vorn", count(P), vs, "nmod_mpoly_mul", ps2, pw2);
       // The call's own memory (blocks, heap, streams) with the result it
       // leaves and the inputs it reads, against result and inputs alone.
       const std::int64_t held = container_bytes(P) + container_bytes(A) + container_bytes(B);
@@ -303,14 +324,16 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
       const word qname = minikelto::make_name("q");
       const std::vector<word> keep3 = {A, B, P, P1, one, ring, pack, characteristic};
       for (int divisible = 1; divisible >= 0; --divisible) {
-        vs.clear(), ps.clear();
+        vs.clear(), ps.clear(), pw.clear();
         const word dividend = divisible ? P : P1;
         word answer = 0;
         int flint_answer = 0;
         for (int r = 0; r < runs; ++r) {
           vs.push_back(seconds_of([&] { answer = call("div_vorn", {modulus, dividend, A, minikelto::make_name("r"), qname}); }));
           if (with_peer)
-            ps.push_back(seconds_of([&] { flint_answer = nmod_mpoly_divides(FR.a, divisible ? FP.a : FP1.a, FA.a, ctx); }));
+            time_peer(ctx, FR.a, [&](nmod_mpoly_struct* out) {
+              flint_answer = nmod_mpoly_divides(out, divisible ? FP.a : FP1.a, FA.a, ctx);
+            }, ps, pw);
           if (r + 1 < runs) minikelto::collect(keep3);
         }
         const bool vorn_answer = answer == minikelto::true_value();
@@ -323,7 +346,7 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
           quotient_terms = count(Qv);
         }
         minikelto::unassign(qname);
-        add_row(divisible ? "div_vorn P/f" : "div_vorn (P+1)/f", quotient_terms, vs, "nmod_mpoly_divides", ps);
+        add_row(divisible ? "div_vorn P/f" : "div_vorn (P+1)/f", quotient_terms, vs, "nmod_mpoly_divides", ps, pw);
         minikelto::collect(keep3);
       }
     }
@@ -334,36 +357,36 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
     nmod_mpoly_mul_johnson(FQ.a, FA.a, FA.a, ctx);
     const std::vector<word> keep2 = {A, B, P, Q, ring, pack, characteristic};
     for (int subtract = 0; subtract < (opt.wants("ads") ? 2 : 0); ++subtract) {
-      vs.clear(), ps.clear();
+      vs.clear(), ps.clear(), pw.clear();
       word S = 0;
       for (int r = 0; r < runs; ++r) {
         vs.push_back(seconds_of([&] { S = call("ads_vorn", {modulus, integer(subtract), P, Q}); }));
-        ps.push_back(seconds_of([&] {
-          if (subtract) nmod_mpoly_sub(FR.a, FP.a, FQ.a, ctx);
-          else nmod_mpoly_add(FR.a, FP.a, FQ.a, ctx);
-        }));
+        time_peer(ctx, FR.a, [&](nmod_mpoly_struct* out) {
+          if (subtract) nmod_mpoly_sub(out, FP.a, FQ.a, ctx);
+          else nmod_mpoly_add(out, FP.a, FQ.a, ctx);
+        }, ps, pw);
         if (r + 1 < runs) minikelto::collect(keep2);
       }
       to_flint(check, S, order, pr.n, p);
       if (!nmod_mpoly_equal(check.a, FR.a, ctx)) fail_check(pr.name + (subtract ? " difference" : " sum"));
       add_row(subtract ? "ads_vorn P-Q" : "ads_vorn P+Q", count(S), vs, subtract ? "nmod_mpoly_sub" : "nmod_mpoly_add",
-              ps);
+              ps, pw);
       minikelto::collect(keep2);
     }
 
     // P by 3/7.
-    vs.clear(), ps.clear();
+    vs.clear(), ps.clear(), pw.clear();
     if (opt.wants("scl")) {
     const auto c = static_cast<ulong>(std::int64_t{3} * inverse_mod(7, p) % p);
     word C = 0;
     for (int r = 0; r < runs; ++r) {
       vs.push_back(seconds_of([&] { C = call("scl_vorn", {modulus, integer(3), integer(7), P}); }));
-      ps.push_back(seconds_of([&] { nmod_mpoly_scalar_mul_ui(FR.a, FP.a, c, ctx); }));
+      time_peer(ctx, FR.a, [&](nmod_mpoly_struct* out) { nmod_mpoly_scalar_mul_ui(out, FP.a, c, ctx); }, ps, pw);
       if (r + 1 < runs) minikelto::collect(keep2);
     }
     to_flint(check, C, order, pr.n, p);
     if (!nmod_mpoly_equal(check.a, FR.a, ctx)) fail_check(pr.name + " scaling");
-    add_row("scl_vorn P*3/7", count(C), vs, "nmod_mpoly_scalar_mul_ui", ps);
+    add_row("scl_vorn P*3/7", count(C), vs, "nmod_mpoly_scalar_mul_ui", ps, pw);
     minikelto::collect(keep2);
     }
 
@@ -381,9 +404,9 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
     minikelto::capture_output(false);
     minikelto::unset_info_level("vorn");
     if (opt.wants("conv")) {
-      add_row("vorn2kelto P", count(P), total, nullptr, {});
-      add_row("  export phase", count(P), exported, nullptr, {});
-      add_row("  simp phase", count(P), simp, nullptr, {});
+      add_row("vorn2kelto P", count(P), total, nullptr, {}, {});
+      add_row("  export phase", count(P), exported, nullptr, {}, {});
+      add_row("  simp phase", count(P), simp, nullptr, {}, {});
     }
   }
   nmod_mpoly_ctx_clear(ctx);
@@ -391,20 +414,20 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
 }
 
 void print_table(const std::vector<row>& rows) {
-  std::printf("%-34s %-5s %-10s %-16s %9s %10s  %-25s %10s %7s  %s\n", "problem", "order", "prime", "op", "terms",
-              "vorn s", "peer", "peer s", "ratio", "memory");
+  std::printf("%-34s %-5s %-10s %-16s %9s %10s  %-25s %10s %7s %10s %7s  %s\n", "problem", "order", "prime", "op",
+              "terms", "vorn s", "peer", "peer s", "ratio", "warm s", "warm", "memory");
   for (const row& r : rows) {
     char memory[64] = "";
     if (r.memory_ratio > 0)
       std::snprintf(memory, sizeof memory, "%.1f MB %.2fx", static_cast<double>(r.peak_bytes) / 1e6, r.memory_ratio);
-    if (r.peer.empty() || r.peer_s <= 0)
-      std::printf("%-34s %-5s %-10d %-16s %9lld %10.4f  %-25s %10s %7s  %s\n", r.problem.c_str(), r.order.c_str(),
-                  r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s, r.peer.empty() ? "-" : r.peer.c_str(),
-                  "-", "-", memory);
+    if (r.peer.empty() || r.peer_s <= 0 || r.peer_warm_s <= 0)
+      std::printf("%-34s %-5s %-10d %-16s %9lld %10.4f  %-25s %10s %7s %10s %7s  %s\n", r.problem.c_str(),
+                  r.order.c_str(), r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s,
+                  r.peer.empty() ? "-" : r.peer.c_str(), "-", "-", "-", "-", memory);
     else
-      std::printf("%-34s %-5s %-10d %-16s %9lld %10.4f  %-25s %10.4f %7.2f  %s\n", r.problem.c_str(), r.order.c_str(),
-                  r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s, r.peer.c_str(), r.peer_s,
-                  r.vorn_s / r.peer_s, memory);
+      std::printf("%-34s %-5s %-10d %-16s %9lld %10.4f  %-25s %10.4f %7.2f %10.4f %7.2f  %s\n", r.problem.c_str(),
+                  r.order.c_str(), r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s, r.peer.c_str(),
+                  r.peer_s, r.vorn_s / r.peer_s, r.peer_warm_s, r.vorn_s / r.peer_warm_s, memory);
   }
 }
 
@@ -420,11 +443,11 @@ void write_json(const std::vector<row>& rows, const char* path) {
     std::fprintf(out, "  {\"problem\": \"%s\", \"order\": \"%s\", \"prime\": %d, \"op\": \"%s\", \"terms\": %lld, "
                  "\"vorn_s\": %.6f, ",
                  r.problem.c_str(), r.order.c_str(), r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s);
-    if (r.peer.empty() || r.peer_s <= 0)
-      std::fputs("\"peer\": null, \"peer_s\": null, \"ratio\": null", out);
+    if (r.peer.empty() || r.peer_s <= 0 || r.peer_warm_s <= 0)
+      std::fputs("\"peer\": null, \"peer_s\": null, \"ratio\": null, \"peer_warm_s\": null, \"ratio_warm\": null", out);
     else
-      std::fprintf(out, "\"peer\": \"%s\", \"peer_s\": %.6f, \"ratio\": %.4f", r.peer.c_str(), r.peer_s,
-                   r.vorn_s / r.peer_s);
+      std::fprintf(out, "\"peer\": \"%s\", \"peer_s\": %.6f, \"ratio\": %.4f, \"peer_warm_s\": %.6f, \"ratio_warm\": %.4f",
+                   r.peer.c_str(), r.peer_s, r.vorn_s / r.peer_s, r.peer_warm_s, r.vorn_s / r.peer_warm_s);
     if (r.memory_ratio > 0)
       std::fprintf(out, ", \"peak_bytes\": %lld, \"memory_ratio\": %.4f", static_cast<long long>(r.peak_bytes),
                    r.memory_ratio);
