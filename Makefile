@@ -3,13 +3,15 @@
 #   make demo    bootstrap, build, run the tour through kelto
 #   make test    bootstrap, build all three, run every suite in each
 #   make bench   vorn-bench against FLINT (native Release)
+#   make bench-i386  vorn-bench for i386 against FLINT for i386, beside x86-64
+#                (only where the kernel runs i386 programs natively)
 #   make fuzz    the libFuzzer harnesses (clang), FUZZ_TIME seconds each
 #   make memcheck  the unit suites under valgrind memcheck (native, no sanitizers)
 JOBS ?= $(shell nproc)
 BUILDS := build/release build/asan build/i386
 CMAKE_FLAGS ?=
 
-.PHONY: all bootstrap configure build test test-release test-asan test-i386 demo install bench clean fuzz memcheck
+.PHONY: all bootstrap configure build test test-release test-asan test-i386 demo install bench bench-i386 clean fuzz memcheck
 PREFIX ?= /usr/local
 
 all: build
@@ -53,6 +55,9 @@ bench: bootstrap
 	cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DVORN_BUILD_BENCH=ON $(CMAKE_FLAGS)
 	cmake --build build/release -j $(JOBS) --target vorn-bench
 	build/release/bin/vorn-bench $(BENCH_FLAGS)
+
+bench-i386: bootstrap
+	JOBS=$(JOBS) scripts/bench-i386 $(BENCH_FLAGS)
 
 install: bootstrap build/release/CMakeCache.txt
 	cmake --build build/release -j $(JOBS)

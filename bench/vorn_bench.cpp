@@ -10,6 +10,7 @@
 //
 //   vorn-bench [--quick] [--runs N] [--json FILE] [--plot FILE.svg]
 //              [--problem TEXT] [--order tdeg|plex] [--prime P] [--ops LIST]
+//              [--vorn-only] [--base FILE]
 //     --quick      one run of smaller problems, for trying it out
 //     --runs N     runs per operation (default 3); medians are printed
 //     --json FILE  also write the rows as a JSON list
@@ -21,6 +22,9 @@
 //                  TEXT, that order, that prime
 //     --ops LIST   comma-separated subset of conv,mul,div,ads,scl
 //                  (default all); with --vorn-only FLINT is not run
+//     --base FILE  a JSON file of another build's run (the x86-64 one for
+//                  the i386 benchmark): adds each row's libvorn time over
+//                  the same row's time there
 //
 // Times are wall seconds of single calls; nothing here decides correctness
 // beyond the equality checks, and nothing asserts a speed.
@@ -61,6 +65,7 @@ struct row {
   double peer_warm_s;  // the peer into an output reused from run to run
   double memory_ratio = 0;  // mul: peak bytes / (result + inputs); 0: not measured
   std::int64_t peak_bytes = 0;
+  double base_s = 0;  // the same row's libvorn time in the --base run; 0: none
 };
 
 struct options {
@@ -68,6 +73,7 @@ struct options {
   int runs = 3;
   const char* json = nullptr;
   const char* plot = nullptr;
+  const char* base = nullptr;
   std::string problem;     // empty: all
   std::string order;       // empty: both
   std::int32_t prime = 0;  // 0: both
@@ -414,12 +420,19 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
 }
 
 void print_table(const std::vector<row>& rows) {
+  const bool with_base = std::any_of(rows.begin(), rows.end(), [](const row& r) { return r.base_s > 0; });
   std::printf("%-34s %-5s %-10s %-16s %9s %10s  %-25s %10s %7s %10s %7s  %s\n", "problem", "order", "prime", "op",
-              "terms", "vorn s", "peer", "peer s", "ratio", "warm s", "warm", "memory");
+              "terms", "vorn s", "peer", "peer s", "ratio", "warm s", "warm", with_base ? "vs base  memory" : "memory");
   for (const row& r : rows) {
-    char memory[64] = "";
+    char memory[80] = "";
+    int used = 0;
+    if (with_base) {
+      used = r.base_s > 0 ? std::snprintf(memory, sizeof memory, "%7.2f  ", r.vorn_s / r.base_s)
+                          : std::snprintf(memory, sizeof memory, "%7s  ", "-");
+    }
     if (r.memory_ratio > 0)
-      std::snprintf(memory, sizeof memory, "%.1f MB %.2fx", static_cast<double>(r.peak_bytes) / 1e6, r.memory_ratio);
+      std::snprintf(memory + used, sizeof memory - static_cast<std::size_t>(used), "%.1f MB %.2fx",
+                    static_cast<double>(r.peak_bytes) / 1e6, r.memory_ratio);
     if (r.peer.empty() || r.peer_s <= 0 || r.peer_warm_s <= 0)
       std::printf("%-34s %-5s %-10d %-16s %9lld %10.4f  %-25s %10s %7s %10s %7s  %s\n", r.problem.c_str(),
                   r.order.c_str(), r.prime, r.op.c_str(), static_cast<long long>(r.terms), r.vorn_s,
@@ -451,10 +464,46 @@ void write_json(const std::vector<row>& rows, const char* path) {
     if (r.memory_ratio > 0)
       std::fprintf(out, ", \"peak_bytes\": %lld, \"memory_ratio\": %.4f", static_cast<long long>(r.peak_bytes),
                    r.memory_ratio);
+    if (r.base_s > 0) std::fprintf(out, ", \"base_vorn_s\": %.6f, \"vs_base\": %.4f", r.base_s, r.vorn_s / r.base_s);
     std::fputs(i + 1 < rows.size() ? "},\n" : "}\n", out);
   }
   std::fputs("]\n", out);
   std::fclose(out);
+}
+
+// The text of a JSON string field on one line of write_json's output.
+std::string json_text(const std::string& line, const char* field) {
+  const std::string key = std::string("\"") + field + "\": \"";
+  const std::size_t at = line.find(key);
+  if (at == std::string::npos) return "";
+  const std::size_t from = at + key.size();
+  return line.substr(from, line.find('"', from) - from);
+}
+
+// A JSON number field of one line of write_json's output; 0 when missing.
+double json_number(const std::string& line, const char* field) {
+  const std::string key = std::string("\"") + field + "\": ";
+  const std::size_t at = line.find(key);
+  return at == std::string::npos ? 0.0 : std::atof(line.c_str() + at + key.size());
+}
+
+// Sets base_s of every row that the --base run (a file of write_json) has.
+void read_base(std::vector<row>& rows, const char* path) {
+  std::FILE* in = std::fopen(path, "r");
+  if (in == nullptr) {
+    std::fprintf(stderr, "vorn-bench: cannot read %s\n", path);
+    std::exit(2);
+  }
+  char buffer[2048];
+  while (std::fgets(buffer, sizeof buffer, in) != nullptr) {
+    const std::string line = buffer;
+    for (row& r : rows) {
+      if (json_text(line, "problem") == r.problem && json_text(line, "order") == r.order &&
+          static_cast<std::int32_t>(json_number(line, "prime")) == r.prime && json_text(line, "op") == r.op)
+        r.base_s = json_number(line, "vorn_s");
+    }
+  }
+  std::fclose(in);
 }
 
 // FILE.svg -> FILE-ratios.svg
@@ -578,10 +627,13 @@ int main(int argc, char** argv) {
       opt.prime = std::atoi(argv[++i]);
     } else if (a == "--ops" && has_value) {
       opt.ops = argv[++i];
+    } else if (a == "--base" && has_value) {
+      opt.base = argv[++i];
     } else {
       std::fprintf(stderr,
                    "usage: vorn-bench [--quick] [--runs N] [--json FILE] [--plot FILE.svg] [--problem TEXT]\n"
-                   "                  [--order tdeg|plex] [--prime P] [--ops conv,mul,div,ads,scl] [--vorn-only]\n");
+                   "                  [--order tdeg|plex] [--prime P] [--ops conv,mul,div,ads,scl] [--vorn-only]\n"
+                   "                  [--base FILE.json]\n");
       return 2;
     }
   }
@@ -605,6 +657,7 @@ int main(int argc, char** argv) {
     }
   }
   for (word h : inputs) minikelto::remove_root(h);
+  if (opt.base != nullptr) read_base(rows, opt.base);
   print_table(rows);
   if (opt.json != nullptr) write_json(rows, opt.json);
   if (opt.plot != nullptr) {
