@@ -23,12 +23,14 @@ function(run_or_fail what)
 endfunction()
 
 # Configures and builds a project against the prefix, in the build's ABI and
-# with its sanitizers.
+# with its sanitizers.  Flags go through the environment, which CMake adds to
+# the toolchain's own (-m32) instead of replacing them.
 function(build_project source binary extra_c_flags)
   file(REMOVE_RECURSE ${binary})
-  set(args -S ${source} -B ${binary} -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=${CONFIG}
-           "-DCMAKE_C_FLAGS=${FLAGS} ${extra_c_flags}" "-DCMAKE_CXX_FLAGS=${FLAGS}"
-           "-DCMAKE_EXE_LINKER_FLAGS=${FLAGS}")
+  set(ENV{CFLAGS} "${FLAGS} ${extra_c_flags}")
+  set(ENV{CXXFLAGS} "${FLAGS}")
+  set(ENV{LDFLAGS} "${FLAGS}")
+  set(args -S ${source} -B ${binary} -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=${CONFIG})
   if(TOOLCHAIN)
     list(APPEND args -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
   endif()
