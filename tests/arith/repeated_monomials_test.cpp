@@ -15,7 +15,6 @@
 #include <set>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "entry_test_util.hpp"
@@ -29,8 +28,7 @@ using monomial = exponents;  // of the ring's variables
 
 struct mterm {
   monomial e;
-  std::int64_t c;     // for a big coefficient, its floor residue mod the round's p
-  bool big = false;
+  std::int64_t c;  // a big coefficient as its floor residue mod the round's p
 };
 using mpoly = std::vector<mterm>;  // in container order
 
@@ -104,7 +102,7 @@ struct model {
         if (j + 1 < B.size()) insert(i, j + 1);
       }
       if (sum != 0) {
-        out.terms.push_back({m, sum, false});
+        out.terms.push_back({m, sum});
         ++written;
       }
       if (written == capacity && !heap.empty()) {
@@ -128,7 +126,7 @@ struct model {
     out.lines = alloc(capacity);
     auto put = [&](const monomial& e, std::int64_t v) {
       if (residue(v) == 0) return false;
-      out.terms.push_back({e, residue(v), false});
+      out.terms.push_back({e, residue(v)});
       return ++written == capacity;
     };
     while (i < A.size() && j < B.size()) {
@@ -163,7 +161,7 @@ struct model {
     if (factor == 1) out.terms = f;  // copied as they are
     else if (factor != 0)
       for (const mterm& t : f)
-        if (residue(t.c * factor) != 0) out.terms.push_back({t.e, residue(t.c * factor), false});
+        if (residue(t.c * factor) != 0) out.terms.push_back({t.e, residue(t.c * factor)});
     return out;
   }
 
@@ -172,8 +170,8 @@ struct model {
   mpoly repacked(const mpoly& f, std::size_t n, std::int64_t q, std::string& lines) const {
     mpoly out;
     for (const mterm& t : f) {
-      const std::int64_t c = q == 0 || t.big ? t.c : t.c % q;  // big ones come with q = p
-      if (c != 0) out.push_back({monomial(t.e.begin(), t.e.begin() + static_cast<std::ptrdiff_t>(n)), c, false});
+      const std::int64_t c = q == 0 ? t.c : t.c % q;  // big ones come as residues, with q = p
+      if (c != 0) out.push_back({monomial(t.e.begin(), t.e.begin() + static_cast<std::ptrdiff_t>(n)), c});
     }
     if (out.size() < f.size())
       lines = std::to_string(f.size() - out.size()) + " out of " + std::to_string(f.size()) + " terms vanished mod " +
@@ -188,7 +186,7 @@ struct model {
       const std::size_t first = t;
       std::int64_t s = 0;
       for (; t < f.size() && f[t].e == f[first].e; ++t) s += f[t].c;
-      if (residue(s) != 0) out.push_back({f[first].e, residue(s), false});
+      if (residue(s) != 0) out.push_back({f[first].e, residue(s)});
     }
     return out;
   }
@@ -217,7 +215,7 @@ struct model {
         q[i] = m[i] - B[0].e[i];
       }
       const std::int64_t c = residue(pass.first * inv);
-      out.terms.push_back({q, c, false});
+      out.terms.push_back({q, c});
       for (std::size_t j = 1; j < B.size(); ++j) {
         auto& [s, k] = rest[plus(q, B[j].e)];
         s = residue(s - c * B[j].c);
@@ -260,8 +258,8 @@ class RepeatedMonomials : public entry_test {
       monomial e(nvars);
       unpack_routine_of(order)(term, e.data(), static_cast<int>(nvars), layout_shift(v.layout));
       const word c = term[msize];
-      if (is_immediate(c)) out.push_back({e, immediate_value(c), false});
-      else out.push_back({e, record_fdiv_ui(word_to_pointer<const word>(c), static_cast<std::uint32_t>(p)), true});
+      out.push_back({e, is_immediate(c) ? std::int64_t{immediate_value(c)}
+                                        : record_fdiv_ui(word_to_pointer<const word>(c), static_cast<std::uint32_t>(p))});
     }
     return out;
   }
@@ -309,7 +307,8 @@ class RepeatedMonomials : public entry_test {
       e.assign(n, 0);
       for (std::uint32_t d = std::uniform_int_distribution<std::uint32_t>(0, degree)(rng); d > 0; --d) ++e[var(rng)];
     }
-    std::uniform_int_distribution<std::int32_t> outside(0, 2), small(-5, 5), kind(0, 9);
+    std::uniform_int_distribution<std::int32_t> outside(0, 2), small(-5, 5), kind(0, 9),
+        any(min_immediate, max_immediate);
     std::set<exponents> seen;
     std::vector<std::pair<exponents, word>> terms;
     for (std::size_t tries = 0; terms.size() < count && tries < 10 * count; ++tries) {
@@ -317,16 +316,11 @@ class RepeatedMonomials : public entry_test {
       exponents e(base.begin(), base.end());
       for (int k = 0; k < 3; ++k) e.push_back(outside(rng));
       if (!seen.insert(e).second) continue;
-      std::int64_t c = small(rng);
-      switch (kind(rng)) {
-        case 0: c = p; break;                                      // vanishes mod p
-        case 1: c = std::int64_t{p} * small(rng) + c; break;       // unreduced
-        case 2: c = (std::int64_t{1} << 40) + c; break;            // big
-        case 3: c = -(std::int64_t{3} << 50) + c; break;           // big and negative
-        case 4: c = std::uniform_int_distribution<std::int32_t>(min_immediate, max_immediate)(rng); break;
-        default: break;
-      }
-      terms.push_back({e, integer(c == 0 ? 1 : c)});
+      // Mostly small; else vanishing mod p, unreduced, big, big and negative, any immediate.
+      const std::int64_t c = small(rng) | 1, kinds[] = {p, std::int64_t{p} * (small(rng) | 1) + 1, (std::int64_t{1} << 40) + c,
+                                                        -(std::int64_t{3} << 50) + c, any(rng) | 1};
+      const std::int32_t k = kind(rng);
+      terms.push_back({e, integer(k < 5 ? kinds[k] : c)});
     }
     return polynomial(vars, terms);
   }
@@ -349,10 +343,10 @@ class RepeatedMonomials : public entry_test {
     want.terms = model{order, p}.repacked(terms_of(X, n + 1), n, q, want.lines);
     const outcome got{terms_of(A, n), predicted_lines(), true, {}};
     // The new ring sorts the converted terms; equal monomials keep no set order.
-    for (std::size_t t = 1; t < got.terms.size(); ++t)
-      EXPECT_GE(reference_compare(order, got.terms[t - 1].e, got.terms[t].e), 0) << "repackvorn: term " << t;
-    auto sorted = [](mpoly g) {
-      std::sort(g.begin(), g.end(), [](const mterm& a, const mterm& b) { return std::tie(a.e, a.c) < std::tie(b.e, b.c); });
+    auto larger = [&](const mterm& x, const mterm& y) { return reference_compare(order, x.e, y.e) > 0; };
+    EXPECT_TRUE(std::is_sorted(got.terms.begin(), got.terms.end(), larger)) << "repackvorn";
+    auto sorted = [&](mpoly g) {
+      std::sort(g.begin(), g.end(), [&](const mterm& x, const mterm& y) { return larger(x, y) || (!larger(y, x) && x.c < y.c); });
       return g;
     };
     EXPECT_EQ(difference(sorted(got.terms), sorted(want.terms)), "") << "repackvorn";
