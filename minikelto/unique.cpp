@@ -195,9 +195,10 @@ void make_children_unique(word* w, std::int32_t length) {
   };
   host_state& s = state();
   for (std::int32_t from = 1; from < length; from += chunk) {
-    // Throwing here leaves h half made unique, which is harmless: h is fresh
-    // and dropped, and every entry already in the table is complete.
-    count_work(chunk);
+    // Only long objects count (a product's few children are not worth a
+    // call).  Throwing here leaves h half made unique, which is harmless: h
+    // is fresh and dropped, and every entry already in the table is complete.
+    if (length > chunk) count_work(chunk);
     pending lookups[chunk];
     std::int32_t count = 0;
     for (std::int32_t i = from; i < length && i < from + chunk; ++i) {

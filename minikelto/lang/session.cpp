@@ -59,7 +59,7 @@ std::vector<std::string_view> split_lines(const std::string& text) {
   return lines;
 }
 
-// A statement that is one of these bare names is a command of the session.
+// True when the statement is the bare name `command` (help, quit, exit).
 bool is_command(const statement& s, const char* command) {
   return !s.assigns && s.value->kind == node_kind::name && s.value->text == command;
 }
