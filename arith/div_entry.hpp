@@ -1,7 +1,7 @@
 // The entry behind div_vorn: whether B divides A mod p, and the quotient.
 #pragma once
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 

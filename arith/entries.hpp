@@ -4,7 +4,7 @@
 // line.  Failures are thrown as vorn::error for the exported entry to raise.
 #pragma once
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 

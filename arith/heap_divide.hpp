@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 #include "host/memory.hpp"
 
 namespace vorn {

@@ -49,7 +49,7 @@ bool strictly_decreasing(term_run R, monomial_shape shape) noexcept {
 // so the passes, their counts and the blocks are those of the plain order.
 // Repeated monomials can make equal products wait into a later pass, so such
 // operands take the plain order.
-template <int Msize, class Order, class Sink>
+template <int Msize, class Order, term_sink Sink>
 void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch,
               Sink& out) {
   const int m = Msize > 0 ? Msize : shape.msize;
@@ -230,7 +230,7 @@ void mul_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p, trac
     if (written == capacity && heap.n > 0) {
       remaining -= written;
       capacity = static_cast<std::int32_t>(std::min<std::int64_t>(grow_estimate(written, k), remaining));
-      w = out.next_block(capacity);
+      w = next_block_polled(out, capacity);
       written = 0;
     }
   }
@@ -250,7 +250,7 @@ inline bool two_word_keys_decide(term_run A, term_run B, monomial_shape shape) n
 
 // mul_heap dispatched on the words per monomial, with keys of one integer
 // where the words allow it.
-template <class Sink>
+template <term_sink Sink>
 void multiply_terms(term_run A, term_run B, monomial_shape shape, std::int32_t p, tracked_list& scratch,
                     Sink& out) {
   if (two_word_keys_decide(A, B, shape)) return mul_heap<3, wide_key_order<3>>(A, B, shape, p, scratch, out);

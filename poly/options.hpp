@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "host/error.hpp"
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 

@@ -49,7 +49,7 @@ test_poly from_terms(const std::vector<test_term>& terms, const ring_case& rc) {
 // Q·B mod p; the terms are unpacked only when asked (large products stay packed).
 test_poly times(const test_poly& Q, const test_poly& B, const ring_case& rc, std::int32_t p, bool unpack = true) {
   const std::vector<word> layout = make_test_layout(rc);
-  vector_sink out{layout_msize(layout.data()), {}, {}};
+  vector_sink out{layout_msize(layout.data())};
   tracked_list scratch;
   multiply_terms(Q.run(), B.run(), shape_of(layout.data()), p, scratch, out);
   test_poly f;

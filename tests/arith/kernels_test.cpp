@@ -31,7 +31,7 @@ TEST(MulKernel, BlockBoundaries) {
   };
   const std::vector<word> layout = make_test_layout(rc);
   auto blocks = [&](const test_poly& A, const test_poly& B, std::int32_t p) {
-    vector_sink out{1, {}, {}};
+    vector_sink out{1};
     tracked_list scratch;
     multiply_terms(A.run(), B.run(), shape_of(layout.data()), p, scratch, out);
     return std::make_pair(out.capacities, out.last_count);
@@ -53,7 +53,7 @@ TEST(MulKernel, RepeatedMonomialsMeetOnlyWhenTheirStreamsAreStarted) {
   // the two products of x meet in one pass.
   const word A[] = {1, make_immediate(1), 1, make_immediate(2)};
   const word B[] = {1, make_immediate(1), 0, make_immediate(1)};
-  vector_sink out{1, {}, {}};
+  vector_sink out{1};
   tracked_list scratch;
   multiply_terms({A, 2}, {B, 2}, {1, false}, 7, scratch, out);
   EXPECT_EQ(out.terms(),
@@ -85,7 +85,7 @@ TEST(AddKernel, BlockSizesWhileMergingAndInTheTails) {
     return f;
   };
   auto blocks = [&](const test_poly& A, const test_poly& B, std::int32_t p) {
-    vector_sink out{1, {}, {}};
+    vector_sink out{1};
     add_terms(A.run(), B.run(), {1, false}, p, false, out);
     return std::make_pair(out.capacities, out.last_count);
   };
@@ -114,11 +114,11 @@ TEST(ScaleKernel, FactorsAndVanishingTerms) {
 
   const word f[] = {9, make_immediate(3), 5, make_immediate(-4), 2, make_immediate(7), 1, make_immediate(1)};
   word R[8] = {};
-  ASSERT_EQ(scale_terms(R, f, 4, 1, -1, 7), 3);  // 7 vanishes
+  ASSERT_EQ(scale_into(R, {f, 4}, 1, -1, 7), 3);  // 7 vanishes
   EXPECT_EQ(std::vector<word>(R, R + 6),
             (std::vector<word>{9, make_immediate(4), 5, make_immediate(4), 1, make_immediate(6)}));
-  EXPECT_EQ(scale_terms(R, f, 4, 1, 0, 7), 0);
-  ASSERT_EQ(scale_terms(R, f, 4, 1, 1, 7), 4);  // a plain copy, coefficients as they were
+  EXPECT_EQ(scale_into(R, {f, 4}, 1, 0, 7), 0);
+  ASSERT_EQ(scale_into(R, {f, 4}, 1, 1, 7), 4);  // a plain copy, coefficients as they were
   EXPECT_EQ(std::vector<word>(R, R + 8), std::vector<word>(f, f + 8));
 }
 

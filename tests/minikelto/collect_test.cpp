@@ -1,7 +1,7 @@
 // Reclaimed host memory: collect() frees what no root reaches, keeps roots
 // and everything they reach, keeps the unique table consistent, and reuses
 // the space; the window lies below 4 GiB.
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 #include "support/host_fixture.hpp"
 
 namespace {

@@ -3,7 +3,7 @@
 // and the callbacks the plug-in must not call.
 #include <cstring>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 #include "support/host_fixture.hpp"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 #include "support/host_fixture.hpp"
 
 namespace {

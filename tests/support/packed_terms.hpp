@@ -5,9 +5,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdint>
 #include <random>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "arith/kernel.hpp"
@@ -104,17 +106,27 @@ inline test_poly random_poly(std::mt19937& rng, const ring_case& rc, std::size_t
   return f;
 }
 
-// Keeps the blocks a kernel writes; capacities in order.
+// Keeps the blocks a kernel writes, their capacities in order, the polls,
+// and the diagnostic lines of the levels below `level` as they would print.
 struct vector_sink {
   int msize;
-  std::vector<std::vector<word>> blocks;
-  std::vector<std::int32_t> capacities;
+  int level = 0;
+  std::vector<std::vector<word>> blocks{};
+  std::vector<std::int32_t> capacities{};
   std::int32_t last_count = -1;
+  int polls = 0;
+  std::string lines{};
 
   word* next_block(std::int32_t capacity) {
     capacities.push_back(capacity);
     blocks.emplace_back(static_cast<std::size_t>(capacity) * static_cast<std::size_t>(msize + 1) + 1);
     return blocks.back().data();
+  }
+  void poll() { ++polls; }
+  template <class... Args>
+  void note(int at, const char* format, Args... args) {
+    char line[200];
+    if (level > at) lines += (std::snprintf(line, sizeof line, format, args...), line);
   }
   void finish(std::int32_t written) { last_count = written; }
 
