@@ -54,33 +54,31 @@ void free_term_blocks(term_block* first) noexcept;
 // Bytes of the tracked-block header in front of the usable memory.
 inline constexpr std::size_t tracked_header_bytes = sizeof(void*) == 4 ? 4 : 16;
 
-// Owners, so that every exit of a call releases what it took.
-struct tracked_list {
+// Owners, so that every exit of a call releases what it took, once: none
+// is copied.
+struct single_owner {
+  single_owner() = default;
+  single_owner(const single_owner&) = delete;
+  single_owner& operator=(const single_owner&) = delete;
+};
+
+struct tracked_list : single_owner {
   void* head = nullptr;
-  tracked_list() = default;
-  tracked_list(const tracked_list&) = delete;
-  tracked_list& operator=(const tracked_list&) = delete;
   ~tracked_list() { free_tracked(&head); }
 
   // Usable memory for count objects of size bytes; raises "out of memory".
   void* take(std::size_t count, std::size_t size);
 };
 
-struct term_block_list {
+struct term_block_list : single_owner {
   term_block* first = nullptr;
-  term_block_list() = default;
-  term_block_list(const term_block_list&) = delete;
-  term_block_list& operator=(const term_block_list&) = delete;
   ~term_block_list() { free_term_blocks(first); }
 };
 
 // A gateway block freed on scope exit.
 template <class T>
-struct gateway_array {
+struct gateway_array : single_owner {
   T* data = nullptr;
-  gateway_array() = default;
-  gateway_array(const gateway_array&) = delete;
-  gateway_array& operator=(const gateway_array&) = delete;
   ~gateway_array() { gateway_free(data); }
 };
 

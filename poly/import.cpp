@@ -136,15 +136,10 @@ std::int32_t import_sum_terms(word* terms, word sum, const term_packer& packer, 
 word import_polynomial(const callback_table& cbt, word args) {
   timing t = begin_entry(cbt);
 
-  const std::int32_t argc = seq_count(args);
-  if (argc < 2 || handle_type(object_word(args, 2)) != funcall) fail("expecting a polynomial and a monomial order");
+  if (seq_count(args) < 2 || handle_type(object_word(args, 2)) != funcall)
+    fail("expecting a polynomial and a monomial order");
   const word ring = object_word(args, 2);
-
-  conversion_options options{1, 0};
-  const option_names names(cbt);
-  for (std::int32_t i = 3; i <= argc; ++i)
-    if (!read_option(object_word(args, i), names, options)) fail("invalid argument");
-  check_options(options);
+  const conversion_options options = read_options(cbt, args, 3, {1, 0});
   const std::int32_t p = options.characteristic;
 
   packing packed = make_layout(cbt, ring, options.pack);

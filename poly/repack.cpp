@@ -93,18 +93,10 @@ word repack_polynomial(const callback_table& cbt, word args) {
   const int old_shift = layout_shift(old_view.layout);
   const int old_msize = layout_msize(old_view.layout);
   const word old_ring = container_ring(A);
-  conversion_options options{32 / old_shift, 0};
-  word new_ring = old_ring;
-  const option_names names(cbt);
-  for (std::int32_t i = 2; i <= argc; ++i) {
-    const word argument = object_word(args, i);
-    if (i == 2 && handle_type(argument) == funcall) {
-      new_ring = argument;
-      continue;
-    }
-    if (!read_option(argument, names, options)) fail("invalid argument");
-  }
-  check_options(options);
+  // A new ring, when given, comes first.
+  const bool ring_given = handle_type(object_word(args, 2)) == funcall;
+  const word new_ring = ring_given ? object_word(args, 2) : old_ring;
+  const conversion_options options = read_options(cbt, args, ring_given ? 3 : 2, {32 / old_shift, 0});
   const std::int32_t p = options.characteristic;
   if (p == 0 && new_ring == old_ring && options.pack == 32 / old_shift) return A;
 
