@@ -31,6 +31,7 @@
 #include <type_traits>
 
 #include "host/words.hpp"
+#include "poly/monomial.hpp"
 #include "poly/pack.hpp"
 
 namespace vorn {
@@ -84,6 +85,16 @@ inline decltype(auto) with_msize(int msize, F&& f) {
     default:
       return f(std::integral_constant<int, 0>{});
   }
+}
+
+// True when no two neighbouring monomials of the run are equal.
+template <int Msize>
+bool strictly_decreasing(term_run R, monomial_shape shape) noexcept {
+  const int m = Msize > 0 ? Msize : shape.msize;
+  const std::ptrdiff_t stride = m + 1;
+  for (std::int32_t t = 1; t < R.count; ++t)
+    if (monomials_equal<Msize>(R.terms + (t - 1) * stride, R.terms + t * stride, m)) return false;
+  return true;
 }
 
 // The signed value of a coefficient word.

@@ -10,7 +10,7 @@
 
 #include "support/packed_terms.hpp"
 #include "arith/heap_divide.hpp"
-#include "arith/mul.hpp"
+#include "arith/multiply.hpp"
 #include "host/error.hpp"
 #include "host/frame.hpp"
 #include "poly/container.hpp"

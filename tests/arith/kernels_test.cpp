@@ -6,7 +6,7 @@
 
 #include "arith/add.hpp"
 #include "arith/mod_inverse.hpp"
-#include "arith/mul.hpp"
+#include "arith/multiply.hpp"
 #include "arith/scale.hpp"
 #include "host/error.hpp"
 #include "host/memory.hpp"

@@ -52,7 +52,7 @@ std::uint64_t value_at(mk::word e, const std::uint64_t point[26]) {
   }
 }
 
-class expand_test : public ::testing::Test {
+class Expand : public ::testing::Test {
  protected:
   void SetUp() override { mk::reset(); }
 };
@@ -75,7 +75,7 @@ mk::word random_expression(std::mt19937& rng, int depth) {
 
 // Nested powers can ask for millions of terms: the interrupt countdown ends
 // such a case (about a million term operations), which is then drawn anew.
-TEST_F(expand_test, agrees_with_evaluation_on_random_expressions) {
+TEST_F(Expand, agrees_with_evaluation_on_random_expressions) {
   const std::uint32_t seed = vorn::test::test_seed(4711);
   std::mt19937 rng(seed);
   int interrupted = 0;
@@ -100,7 +100,7 @@ TEST_F(expand_test, agrees_with_evaluation_on_random_expressions) {
   EXPECT_LT(interrupted, 30) << vorn::test::seed_note(seed);
 }
 
-TEST_F(expand_test, known_term_counts_and_coefficients) {
+TEST_F(Expand, known_term_counts_and_coefficients) {
   const mk::word x = var("x"), y = var("y"), z = var("z"), t = var("t");
   const mk::word f = mk::add(mk::add(mk::add(mk::add(num(1), x), y), z), t);
   EXPECT_EQ(mk::length_of(mk::expand(mk::power(f, num(10)))), 2 * 1001 + 1);
@@ -116,7 +116,7 @@ TEST_F(expand_test, known_term_counts_and_coefficients) {
   mpz_clears(want, got, nullptr);
 }
 
-TEST_F(expand_test, cancellation_and_collapse) {
+TEST_F(Expand, cancellation_and_collapse) {
   const mk::word x = var("x");
   // (x + 1)(x - 1) - x^2 + 1 vanishes; x*1 is x; 0 * anything is 0.
   const mk::word d = mk::subtract(mk::multiply(mk::add(x, num(1)), mk::subtract(x, num(1))),
@@ -129,7 +129,7 @@ TEST_F(expand_test, cancellation_and_collapse) {
   EXPECT_EQ(mk::expand(mk::subtract(mk::multiply(big, mk::add(x, num(1))), mk::multiply(big, x))), big);
 }
 
-TEST_F(expand_test, refuses_bad_exponents) {
+TEST_F(Expand, refuses_bad_exponents) {
   const mk::word x = var("x");
   EXPECT_THROW(mk::power(x, num(-1)), std::invalid_argument);
   EXPECT_THROW(mk::power(x, x), std::invalid_argument);

@@ -1,7 +1,7 @@
 // mul_vorn: checks, the exponent test, the heap product into term blocks and
 // the assembly of the result.
 #include "arith/entries.hpp"
-#include "arith/mul.hpp"
+#include "arith/multiply.hpp"
 #include "arith/operands.hpp"
 #include "arith/sinks.hpp"
 #include "poly/container.hpp"
