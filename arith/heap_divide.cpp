@@ -24,8 +24,14 @@
 // the product enters below the monomial being processed and before its own
 // monomial can reach the root, and the heap holds only products that could be
 // next.  The passes, their counts and so the blocks and the switch are those
-// of eager insertion.  A divisor that repeats a monomial would split that
-// monomial's products over two passes, so it is merged first.
+// of eager insertion.
+//
+// Both operands are merged first when they repeat a monomial (import leaves
+// equal monomials side by side when terms differ only outside the ring).  A
+// repeated monomial of A makes two passes, and may write two equal quotient
+// terms, which one divisor stream can meet only one per pass; a repeated one
+// of B splits its products the same way.  Either can turn an exact quotient
+// into a false answer, and the answer must be true exactly when B divides A.
 #include "arith/heap_divide.hpp"
 
 #include <algorithm>
@@ -66,10 +72,6 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   const word guard = layout_guard(A.layout);
   const word* const b0 = B.terms;
 
-  // Coefficients may be unreduced or negative immediates.
-  const std::int32_t lead = residue(coefficient_value(b0[m]), p);
-  const std::int32_t inv = mod_inverse(lead, p);
-  if (static_cast<std::int64_t>(inv) * lead % p != 1) fail("division by zero");
   const modulus mod = make_modulus(p);
 
   // Every field of a quotient term plus the largest of that field in B must
@@ -214,6 +216,11 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   std::int32_t capacity = cap0;
   word* slot = current->terms;
   bool switched = false;
+  // Coefficients may be unreduced or negative immediates.  The first block's
+  // line is out by now, as it is for every divisor.
+  const std::int32_t lead = residue(coefficient_value(b0[m]), p);
+  const std::int32_t inv = mod_inverse(lead, p);
+  if (static_cast<std::int64_t>(inv) * lead % p != 1) fail("division by zero");
 
   acc96 acc;
   const word* a = A.terms;  // A[iA]
@@ -398,21 +405,23 @@ bool divide_heap(const callback_table& cbt, tracked_list& scratch, std::int32_t 
   return true;
 }
 
-// B with the terms of each repeated monomial summed mod p into one, and
-// terms that sum to 0 dropped.
-term_block merged(term_block B, std::int32_t p, tracked_list& scratch) {
-  const int m = layout_msize(B.layout);
+// F itself when no two neighbouring terms share a monomial; otherwise a copy
+// on scratch with the terms of each repeated monomial summed mod p into one
+// (least non-negative residue) and the sums that vanish dropped.
+term_block merged(term_block F, std::int32_t p, tracked_list& scratch) {
+  if (strictly_decreasing<0>({F.terms, F.count}, shape_of(F.layout))) return F;
+  const int m = layout_msize(F.layout);
   const std::ptrdiff_t stride = m + 1;
   auto* const out = static_cast<word*>(
-      scratch.take(checked_bytes(static_cast<std::size_t>(B.count), static_cast<std::size_t>(stride)), sizeof(word)));
+      scratch.take(checked_bytes(static_cast<std::size_t>(F.count), static_cast<std::size_t>(stride)), sizeof(word)));
   std::int32_t n = 0;
-  for (std::int32_t t = 0; t < B.count;) {
-    const word* const first = B.terms + t * stride;
+  for (std::int32_t t = 0; t < F.count;) {
+    const word* const first = F.terms + t * stride;
     std::int64_t sum = 0;
     do {
-      sum += coefficient_value(B.terms[t * stride + m]);
+      sum += coefficient_value(F.terms[t * stride + m]);
       ++t;
-    } while (t < B.count && monomials_equal<0>(first, B.terms + t * stride, m));
+    } while (t < F.count && monomials_equal<0>(first, F.terms + t * stride, m));
     auto r = static_cast<std::int32_t>(sum % p);
     if (r < 0) r += p;
     if (r == 0) continue;
@@ -420,7 +429,7 @@ term_block merged(term_block B, std::int32_t p, tracked_list& scratch) {
     out[n * stride + m] = make_immediate(r);
     ++n;
   }
-  return {out, B.layout, n, nullptr};
+  return {out, F.layout, n, nullptr};
 }
 
 }  // namespace
@@ -428,10 +437,9 @@ term_block merged(term_block B, std::int32_t p, tracked_list& scratch) {
 bool heap_divide(const callback_table& cbt, tracked_list& scratch, std::int32_t p, term_block A, term_block B,
                  term_block_list& quotient, division_options options) {
   if (B.count == 0) return false;
-  if (!strictly_decreasing<0>({B.terms, B.count}, shape_of(B.layout))) {
-    B = merged(B, p, scratch);
-    if (B.count == 0) fail("division by zero");  // its terms cancel mod p
-  }
+  B = merged(B, p, scratch);
+  if (B.count == 0) fail("division by zero");  // its terms cancel mod p
+  A = merged(A, p, scratch);
   if (two_word_keys_decide({A.terms, A.count}, {B.terms, B.count}, shape_of(A.layout)))
     return divide_heap<3, wide_key_order<3>>(cbt, scratch, p, A, B, quotient, options.first_block);
   return with_msize(layout_msize(A.layout), [&](auto M) {

@@ -22,13 +22,17 @@ struct division_options {
 };
 
 // Divides A by B mod p (1 <= p < 2^30; A and B packed alike, decreasing, no
-// big coefficients; a monomial B repeats is merged into one term first).  True with the quotient on `quotient` (empty on entry)
-// when B divides A; false with `quotient` empty otherwise, and when B has no
-// terms.  B's decoded terms (and a merged B) go on `scratch`, for the caller to
-// free.  Raises "division by zero" when B's leading coefficient has no inverse
-// mod p or B's terms cancel, "exponent overflow" before a quotient term whose products with B
-// would reach a guard bit, "out of memory", and "Interrupted" (polled once per
-// new quotient block); every block the call holds is released by its owner.
+// big coefficients).  An operand that repeats a monomial is merged first
+// (equal terms summed mod p, vanished sums dropped), and the blocks and the
+// switch follow the merged operands.  True with the quotient on `quotient`
+// (empty on entry) when B divides A; false with `quotient` empty otherwise,
+// and when B has no terms.  Decoded and merged operands go on `scratch`, for
+// the caller to free.  Raises "division by zero" when B's terms cancel mod p
+// and, once the first block's line is out, when B's leading coefficient has
+// no inverse mod p; "exponent overflow" before a quotient term whose products
+// with B would reach a guard bit; "out of memory"; and "Interrupted" (polled
+// once per new quotient block).  Every block the call holds is released by
+// its owner.
 bool heap_divide(const callback_table& cbt, tracked_list& scratch, std::int32_t p, term_block A,
                  term_block B, term_block_list& quotient, division_options options = {});
 

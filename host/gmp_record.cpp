@@ -45,7 +45,13 @@ std::int32_t mpz_to_record(word* out, mpz_srcptr z) noexcept {
   const std::int32_t n = mpz_limb_count(z);
   std::size_t written = 0;
   if (n > 0) mpz_export(out + 3, &written, -1, sizeof(word), 0, 0, z);
+#if UINTPTR_MAX == 0xffffffffu && GMP_LIMB_BITS == 32
+  // The record is GMP's own struct here: z's allocation travels with it.
+  out[0] = static_cast<word>(z->_mp_alloc);
+#else
+  // The 32-bit limbs written are all the record has.
   out[0] = static_cast<word>(n);
+#endif
   out[1] = static_cast<word>(mpz_sgn(z) < 0 ? -n : n);
   out[2] = pointer_to_word(out + 3);
   return record_words(n);

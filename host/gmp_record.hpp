@@ -35,7 +35,8 @@ std::uint32_t record_fdiv_ui(const word* record, std::uint32_t p) noexcept;
 void record_to_mpz(mpz_ptr z, const word* record);
 
 // Writes z as a record at `out` with its limbs right behind it (_mp_d points
-// at out + 3) and _mp_alloc = the limb count; returns the words written.
+// at out + 3); _mp_alloc is z's own on i386, where records are GMP's own mpz,
+// and the limb count on LP64.  Returns the words written.
 std::int32_t mpz_to_record(word* out, mpz_srcptr z) noexcept;
 
 // 32-bit limbs needed for z.

@@ -125,29 +125,12 @@ TEST_F(EntryChecks, ScalingMessagesAndFactors) {
   // f without terms is f, even for p = 0.
   EXPECT_EQ(call_ok("scl_vorn", {p(0), integer("123456789012345678901"), integer(3), empty}), empty);
 
-  // Factor 1 copies, factor 0 and multiples of p leave nothing.
-  expect_same_terms(call_ok("scl_vorn", {p(101), integer(5), integer(106), f}), f, 101);
-  EXPECT_EQ(term_count(call_ok("scl_vorn", {p(101), integer(0), integer(3), f})), 0);
-  EXPECT_EQ(term_count(call_ok("scl_vorn", {p(101), integer(-303), integer(3), f})), 0);
-  // Big numerators and denominators act as their residues.
+  // Big numerators and denominators act as their residues (factors of
+  // immediates are the model's, in repeated_monomials_test.cpp).
   // 10^20 = 1 mod 101.
   const word by_residues = call_ok("scl_vorn", {p(101), integer(-1), integer(3), f});
   const word by_big = call_ok("scl_vorn", {p(101), integer("-100000000000000000000"), integer("300000000000000000000"), f});
   expect_same_terms(by_big, by_residues, 101);
-  // -1/1 negates: f + (−f) vanishes.
-  const word negated = call_ok("scl_vorn", {p(101), integer(-1), integer(1), f});
-  EXPECT_EQ(term_count(call_ok("ads_vorn", {p(101), integer(0), f, negated})), 0);
-}
-
-TEST_F(EntryChecks, ScalingShrinksWhenTermsVanish) {
-  // Of the coefficients 1, 3, 3, 3, 6, 3, 1, 3, 3, 1 of (1+x+y)^3 only the
-  // three prime to 3 survive mod 3; the container keeps its place and shrinks.
-  const word f = import(dense_power(xy, 3), tdeg_xy, 4, 1000003);
-  const word R = call_ok("scl_vorn", {p(3), integer(1), integer(2), f});
-  EXPECT_EQ(term_count(R), 3);
-  EXPECT_EQ(vorn::host_array_length(vorn::container_slot(R, 4)), 3 * 3);
-  const vorn::container_fault fault = vorn::check_container(cbt(), R, {3, true});
-  EXPECT_TRUE(fault.ok()) << fault.problem;
 }
 
 TEST_F(EntryChecks, DiagnosticsByLevel) {
@@ -170,13 +153,6 @@ TEST_F(EntryChecks, DiagnosticsByLevel) {
   call_ok("scl_vorn", {p(101), integer(2), integer(3), empty});
   EXPECT_EQ(output(), "");
   vorn::set_clock_source({});
-
-  // Level 4: one line per block; 10 · 6 products fit one block.
-  set_info_level(4);
-  call_ok("mul_vorn", {p(101), A, B});
-  EXPECT_EQ(output().substr(0, 16), "alloc 60 terms\nt");
-  call_ok("ads_vorn", {p(101), integer(1), A, B});
-  EXPECT_EQ(output().substr(0, 16), "alloc 16 terms\nt");
 }
 
 }  // namespace

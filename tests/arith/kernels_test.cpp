@@ -1,13 +1,12 @@
-// The product, merge and scaling kernels on term arrays built without a host:
-// the block sizes at their boundaries, monomials repeated in an operand, the
-// exponent check on field maxima, and scaling factors.  Random products, sums
-// and scalings are checked through the entries against expand and FLINT.
+// The product and merge kernels on term arrays built without a host: the
+// block sizes at their boundaries and the exponent check on field maxima.
+// Random products, sums and scalings are checked through the entries against
+// expand and FLINT, and on operands that repeat a monomial against a model of
+// their passes (repeated_monomials_test.cpp).
 #include <gtest/gtest.h>
 
 #include "arith/add.hpp"
-#include "arith/mod_inverse.hpp"
 #include "arith/multiply.hpp"
-#include "arith/scale.hpp"
 #include "host/error.hpp"
 #include "host/memory.hpp"
 #include "support/packed_terms.hpp"
@@ -31,7 +30,7 @@ TEST(MulKernel, BlockBoundaries) {
   };
   const std::vector<word> layout = make_test_layout(rc);
   auto blocks = [&](const test_poly& A, const test_poly& B, std::int32_t p) {
-    vector_sink out{1};
+    vector_sink out{1, {}, {}};
     tracked_list scratch;
     multiply_terms(A.run(), B.run(), shape_of(layout.data()), p, scratch, out);
     return std::make_pair(out.capacities, out.last_count);
@@ -45,19 +44,6 @@ TEST(MulKernel, BlockBoundaries) {
   // Every sum a multiple of p: nothing written, no second block.
   EXPECT_EQ(blocks(powers(0, 40, 7), powers(1, 40, 3), 7),
             std::make_pair(std::vector<std::int32_t>{1024}, 0));
-}
-
-TEST(MulKernel, RepeatedMonomialsMeetOnlyWhenTheirStreamsAreStarted) {
-  // A = x + 2x (import can leave equal monomials), B = x + 1.  The stream of
-  // A's second term starts when x·x has left the heap, so x^2 comes out twice;
-  // the two products of x meet in one pass.
-  const word A[] = {1, make_immediate(1), 1, make_immediate(2)};
-  const word B[] = {1, make_immediate(1), 0, make_immediate(1)};
-  vector_sink out{1};
-  tracked_list scratch;
-  multiply_terms({A, 2}, {B, 2}, {1, false}, 7, scratch, out);
-  EXPECT_EQ(out.terms(),
-            (std::vector<word>{2, make_immediate(1), 2, make_immediate(2), 1, make_immediate(3)}));
 }
 
 TEST(MulKernel, ProductOverflowIsCaughtOnFieldMaxima) {
@@ -85,7 +71,7 @@ TEST(AddKernel, BlockSizesWhileMergingAndInTheTails) {
     return f;
   };
   auto blocks = [&](const test_poly& A, const test_poly& B, std::int32_t p) {
-    vector_sink out{1};
+    vector_sink out{1, {}, {}};
     add_terms(A.run(), B.run(), {1, false}, p, false, out);
     return std::make_pair(out.capacities, out.last_count);
   };
@@ -101,25 +87,6 @@ TEST(AddKernel, BlockSizesWhileMergingAndInTheTails) {
   // A long tail after a short merge: the last block takes all that is left.
   EXPECT_EQ(blocks(degrees(1000000, 1, 1, 1), degrees(0, 600000, 1, 1), 7),
             std::make_pair(std::vector<std::int32_t>{1024, 598977}, 598977));
-}
-
-TEST(ScaleKernel, FactorsAndVanishingTerms) {
-  constexpr std::int32_t p = 1073741789;
-  EXPECT_EQ(scale_factor(5, 1, p), 5);
-  EXPECT_EQ(scale_factor(0, 3, p), 0);
-  EXPECT_EQ(scale_factor(1, 3, p), mod_inverse(3, p));
-  EXPECT_EQ(scale_factor(3, 3, 7), 1);
-  EXPECT_EQ(scale_factor(-2, 3, 7), 4);  // -2/3 = -2·5 = 4 (mod 7)
-  EXPECT_EQ(scale_factor(14, 3, 7), 0);
-
-  const word f[] = {9, make_immediate(3), 5, make_immediate(-4), 2, make_immediate(7), 1, make_immediate(1)};
-  word R[8] = {};
-  ASSERT_EQ(scale_into(R, {f, 4}, 1, -1, 7), 3);  // 7 vanishes
-  EXPECT_EQ(std::vector<word>(R, R + 6),
-            (std::vector<word>{9, make_immediate(4), 5, make_immediate(4), 1, make_immediate(6)}));
-  EXPECT_EQ(scale_into(R, {f, 4}, 1, 0, 7), 0);
-  ASSERT_EQ(scale_into(R, {f, 4}, 1, 1, 7), 4);  // a plain copy, coefficients as they were
-  EXPECT_EQ(std::vector<word>(R, R + 8), std::vector<word>(f, f + 8));
 }
 
 }  // namespace

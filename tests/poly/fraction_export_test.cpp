@@ -124,6 +124,9 @@ TEST_F(FractionExport, ImmediatesEndAtMaxImmediate) {
   // With L = 2 and D = 1 every value doubles: 0x7ffffffe is big, and so is -2^30.
   EXPECT_FALSE(vorn::is_immediate(v.terms[msize]));
   EXPECT_FALSE(vorn::is_immediate(v.terms[3 * (msize + 1) - 1]));  // -2^30
+  // A record keeps T's allocation on i386 (room for 120 bits: 4 limbs) and
+  // counts its one limb on LP64.
+  EXPECT_EQ(vorn::word_to_pointer<const word>(v.terms[msize])[0], sizeof(void*) == 4 ? 4u : 1u);
   EXPECT_EQ(exported(r), "2147483646 + -1073741824*x + -2147483646*x^2 + 2147483646*x^3");
 
   // 0x3fffffff = 3 * 357913941.
