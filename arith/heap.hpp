@@ -286,11 +286,4 @@ inline void heap_take_equal(basic_term_heap<Order>& h, Take&& take) noexcept {
   }
 }
 
-// The division's interface until it moves to the streams.
-template <class Order, class Take>
-inline void heap_take_equal(basic_term_heap<Order>& h, word* m, Take&& take) noexcept {
-  h.order.copy(m, h.entries[0].key);
-  heap_take_equal(h, take);
-}
-
 }  // namespace vorn

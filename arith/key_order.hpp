@@ -64,18 +64,6 @@ struct word_key_order {
   static void write_monomial(word* dest, key_type key, Factors&&) noexcept {
     dest[0] = static_cast<word>(key);
   }
-
-  // The division's interface until it moves to the streams.
-  static constexpr bool copies_key = true;
-  static void copy(word* dest, key_type key) noexcept { dest[0] = static_cast<word>(key); }
-  static key_type term_key(const word* a) noexcept { return static_cast<key_type>(a[0]); }
-  static key_type product_of_keys(key_type a, key_type b) noexcept {
-    return static_cast<key_type>(static_cast<word>(a) + static_cast<word>(b));
-  }
-  static step_type step(key_type from, key_type to) noexcept {
-    return static_cast<step_type>(static_cast<word>(to) - static_cast<word>(from));
-  }
-  static key_type stepped(key_type k, step_type step) noexcept { return product_of_keys(k, step); }
 };
 
 template <int Msize>
@@ -119,19 +107,6 @@ struct wide_key_order {
       monomial_add<3>(dest, a, b, 3);
     }
   }
-
-  // The division's interface until it moves to the streams.
-  static constexpr bool copies_key = Msize == 2;
-  void copy(word* dest, key_type k) const noexcept {
-    if constexpr (copies_key) {
-      dest[0] = static_cast<word>(k >> 32);
-      dest[1] = static_cast<word>(k) ^ flip;
-    }
-  }
-  key_type term_key(const word* a) const noexcept { return key_of(a); }
-  key_type product_of_keys(key_type a, key_type b) const noexcept { return a + b - flip; }
-  static key_type step(key_type from, key_type to) noexcept { return to - from; }
-  static key_type stepped(key_type k, key_type step) noexcept { return k + step; }
 };
 
 template <int Msize>
@@ -164,10 +139,6 @@ struct buffer_key_order {
   void write_monomial(word* dest, key_type key, Factors&&) const noexcept {
     for (int i = 0; i < words(); ++i) dest[i] = key[i];
   }
-
-  // The division's interface until it moves to the streams.
-  static constexpr bool copies_key = true;
-  void copy(word* dest, key_type key) const noexcept { write_monomial(dest, key, 0); }
 };
 
 // True when, for tdeg monomials of three words, words 0 and 1 decide the

@@ -64,12 +64,13 @@ class arithmetic_call {
   }
 
   // Marks the start of the computation, checks the modulus, runs work (which
-  // calls computed() when its kernel is done) and prints the time line.
+  // calls computed() when its kernel is done) and prints the time line;
+  // returns what work returns.
   template <class Work>
-  word compute(Work&& work) {
+  auto compute(Work&& work) {
     t.phase_begin = cpu_clock();
     check_modulus(p);
-    const word result = work();
+    const auto result = work();
     t.stop();
     report_time(cbt, time_kind::arithmetic, t);
     return result;

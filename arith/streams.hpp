@@ -51,6 +51,13 @@ struct stream_run {
     else
       return steps[j];
   }
+  // The run from its term j on (words: monomial words per term).
+  stream_run from(std::int32_t j, int words) const noexcept {
+    if constexpr (step_bytes == 0)
+      return {terms + std::ptrdiff_t{j} * (words + 1), values + j, steps};
+    else
+      return {terms + std::ptrdiff_t{j} * (words + 1), values + j, steps + j};
+  }
 };
 
 // Words of key buffer per stream: none for integer keys.

@@ -6,8 +6,10 @@
 // Tracked blocks come on LP64 from a low arena, so their addresses fit a word.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "host/words.hpp"
 
@@ -75,17 +77,26 @@ struct term_block_list : single_owner {
   ~term_block_list() { free_term_blocks(first); }
 };
 
-// A gateway block freed on scope exit.
-template <class T>
-struct gateway_array : single_owner {
-  T* data = nullptr;
-  ~gateway_array() { gateway_free(data); }
-};
-
 // count * size, or raises "out of memory" when it does not fit a size_t.
 std::size_t checked_bytes(std::size_t count, std::size_t size);
 
 // Allocates count objects of size bytes through the gateway or raises "out of memory".
 void* gateway_take(std::size_t count, std::size_t size);
+
+// A gateway block freed on scope exit.
+template <class T>
+struct gateway_array : single_owner {
+  T* data = nullptr;
+  ~gateway_array() { gateway_free(data); }
+
+  // Replaces the array by one of count elements that starts with the first
+  // kept elements of this one; raises "out of memory".
+  void grow(std::size_t kept, std::size_t count) {
+    gateway_array larger;
+    larger.data = static_cast<T*>(gateway_take(count, sizeof(T)));
+    if (data != nullptr) std::copy_n(data, kept, larger.data);
+    std::swap(data, larger.data);  // the old array goes with the local
+  }
+};
 
 }  // namespace vorn

@@ -71,15 +71,22 @@ struct test_term {
 };
 
 struct test_poly {
-  std::vector<test_term> terms;  // decreasing, distinct monomials
+  std::vector<test_term> terms;  // decreasing, distinct monomials; may be left empty for a large product
   std::vector<word> packed;      // msize + 1 words per term
+  int msize = 0;
 
-  term_run run() const { return {packed.data(), static_cast<std::int32_t>(terms.size())}; }
+  std::int32_t count() const { return static_cast<std::int32_t>(packed.size() / static_cast<std::size_t>(msize + 1)); }
+  term_run run() const { return {packed.data(), count()}; }
+  // As a term block of that layout.
+  term_block view(std::vector<word>& layout) const {
+    return {const_cast<word*>(packed.data()), layout.data(), count(), nullptr};
+  }
 };
 
 inline void pack_terms(test_poly& f, const ring_case& rc) {
   const int msize = layout_msize(rc.order, rc.n, rc.pack);
   const auto stride = static_cast<std::size_t>(msize + 1);
+  f.msize = msize;
   f.packed.assign(f.terms.size() * stride, 0);
   for (std::size_t t = 0; t < f.terms.size(); ++t) {
     pack_routine_of(rc.order)(f.packed.data() + t * stride, f.terms[t].e.data(), rc.n, pack_shift(rc.pack));
