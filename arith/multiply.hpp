@@ -95,7 +95,7 @@ void multiply_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p,
   basic_term_heap<Order> heap{nullptr, 0, order, nullptr};
   gateway_array<basic_heap_entry<key_type>> heap_storage;
   heap_reserve(heap, heap_storage, static_cast<std::size_t>(nA));
-  stream_row<Order> row = product_row(order, A, B, p, scratch, heap.links);
+  const stream_row<Order> row = product_row(order, A, B, p, scratch, heap.links);
 
   const bool delayed = strictly_decreasing<Msize>(A, shape) && strictly_decreasing<Msize>(B, shape);
   struct product {

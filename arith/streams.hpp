@@ -86,6 +86,7 @@ struct stream_row {
   using key_type = typename Order::key_type;
   using heap_type = basic_term_heap<Order>;
 
+  // The row is fixed while streams move: every call changes only the states.
   stream_run<Order> factors;
   stream_run<Order> walked;
   std::int32_t* states;  // states[-1] and states[count] are the sentinels
@@ -107,18 +108,18 @@ struct stream_row {
 
   // Product j of stream s enters the heap under key, or under the key made
   // from its factors.
-  void enter(heap_type& heap, std::int32_t s, std::int32_t j, key_type key) noexcept {
+  void enter(heap_type& heap, std::int32_t s, std::int32_t j, key_type key) const noexcept {
     states[s] = entered(j);
     heap_insert(heap, key, first + s);
   }
-  void enter(heap_type& heap, std::int32_t s, std::int32_t j) noexcept {
+  void enter(heap_type& heap, std::int32_t s, std::int32_t j) const noexcept {
     const Order& o = heap.order;
     enter(heap, s, j, o.product_key(term(o, factors, s), term(o, walked, j), o.buffer(buffers, s)));
   }
 
   // Stream s starts at walked term j: at once when the stream before it has
   // taken its product with that term, else it waits for that.
-  void start(heap_type& heap, std::int32_t s, std::int32_t j) noexcept {
+  void start(heap_type& heap, std::int32_t s, std::int32_t j) const noexcept {
     if (states[s - 1] >= waiting(j + 1))
       enter(heap, s, j);
     else
@@ -127,7 +128,7 @@ struct stream_row {
 
   // The walked run gained term j: the state before the first stream has
   // taken it, and the first stream enters it if it was waiting for it.
-  void walked_grew(heap_type& heap, std::int32_t j) noexcept {
+  void walked_grew(heap_type& heap, std::int32_t j) const noexcept {
     states[-1] = waiting(j + 1);
     if (states[0] == waiting(j)) enter(heap, 0, j);
   }
@@ -135,7 +136,7 @@ struct stream_row {
   // Marks stream s's product as out of the heap and hands its two
   // coefficient values to sum; returns its index in the walked run.
   template <class Sum>
-  std::int32_t take(std::int32_t s, Sum&& sum) noexcept {
+  std::int32_t take(std::int32_t s, Sum&& sum) const noexcept {
     const std::int32_t j = current(s);
     states[s] |= 1;
     sum(static_cast<std::uint32_t>(factors.values[s]), static_cast<std::uint32_t>(walked.values[j]));
@@ -144,12 +145,12 @@ struct stream_row {
 
   // The successors of product (s, j), popped under key: the next stream's
   // product j, and this stream's product j + 1.
-  void enter_next_stream(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped) noexcept {
+  void enter_next_stream(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped) const noexcept {
     const Order& o = heap.order;
     enter(heap, s + 1, j,
           o.next_key(popped, factors.step(s), term(o, factors, s + 1), term(o, walked, j), o.buffer(buffers, s + 1)));
   }
-  void enter_next_term(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped) noexcept {
+  void enter_next_term(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped) const noexcept {
     const Order& o = heap.order;
     enter(heap, s, j + 1,
           o.next_key(popped, walked.step(j), term(o, factors, s), term(o, walked, j + 1), o.buffer(buffers, s)));
@@ -158,7 +159,7 @@ struct stream_row {
   // In the delayed order, after product (s, j) is taken: the next stream's
   // product j enters if that stream was waiting for it, and this stream
   // moves on once the one before it has taken its product j + 1.
-  void move_on(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped) noexcept {
+  void move_on(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped) const noexcept {
     if (states[s + 1] == waiting(j)) enter_next_stream(heap, s, j, popped);
     if (states[s - 1] >= waiting(j + 2)) enter_next_term(heap, s, j, popped);
   }
