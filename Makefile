@@ -49,7 +49,7 @@ test: bootstrap
 
 demo: bootstrap build/release/CMakeCache.txt
 	cmake --build build/release -j $(JOBS)
-	build/release/bin/kelto examples/tour.kel
+	build/release/bin/kelto -x examples/tour.kel
 
 bench: bootstrap
 	cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release -DVORN_BUILD_BENCH=ON $(CMAKE_FLAGS)

@@ -8,16 +8,19 @@
 // entry of ours builds a new container) and into a warm output reused from
 // run to run ("warm s", "warm": FLINT writing into memory it already owns).
 //
-//   vorn-bench [--quick] [--runs N] [--json FILE] [--plot FILE.svg]
+//   vorn-bench [--quick] [--runs N] [--json FILE] [--plot DIR] [--replot DIR]
 //              [--problem TEXT] [--order tdeg|plex] [--prime P] [--ops LIST]
 //              [--vorn-only] [--base FILE]
 //     --quick      one run of smaller problems, for trying it out
 //     --runs N     runs per operation (default 3); medians are printed
 //     --json FILE  also write the rows as a JSON list
-//     --plot FILE  also time the dense family (1+x+y+z+t)^d, d = 5 ... 25,
-//                  and draw time against term products in FILE and the
-//                  ratios of the table as bars in FILE with -ratios before
-//                  its extension (gnuplot)
+//     --plot DIR   also time the dense family (1+x+y+z+t)^d, d = 5 ... 25,
+//                  write its times to DIR/perf-dense-product-times.dat, and
+//                  draw (gnuplot) time against term products in
+//                  DIR/perf-dense-product-times.svg and the ratios of the
+//                  table in DIR/perf-ratios-to-flint.svg
+//     --replot DIR only draw those two plots again, from DIR/perf-latest.json
+//                  and DIR/perf-dense-product-times.dat; nothing is timed
 //     --problem, --order, --prime  run only the problems whose name holds
 //                  TEXT, that order, that prime
 //     --ops LIST   comma-separated subset of conv,mul,div,ads,scl
@@ -73,6 +76,7 @@ struct options {
   int runs = 3;
   const char* json = nullptr;
   const char* plot = nullptr;
+  const char* replot = nullptr;
   const char* base = nullptr;
   std::string problem;     // empty: all
   std::string order;       // empty: both
@@ -464,32 +468,22 @@ double json_number(const std::string& line, const char* field) {
   return at == std::string::npos ? 0.0 : std::atof(line.c_str() + at + key.size());
 }
 
-// Sets base_s of every row that the --base run (a file of write_json) has.
-void read_base(std::vector<row>& rows, const char* path) {
-  std::FILE* in = std::fopen(path, "r");
-  if (in == nullptr) {
-    std::fprintf(stderr, "vorn-bench: cannot read %s\n", path);
-    std::exit(2);
-  }
-  char buffer[2048];
-  while (std::fgets(buffer, sizeof buffer, in) != nullptr) {
-    const std::string line = buffer;
-    for (row& r : rows) {
-      if (json_text(line, "problem") == r.problem && json_text(line, "order") == r.order &&
-          static_cast<std::int32_t>(json_number(line, "prime")) == r.prime && json_text(line, "op") == r.op)
-        r.base_s = json_number(line, "vorn_s");
-    }
-  }
-  std::fclose(in);
-}
+// ---- Plots ----
+//
+// --plot DIR times the dense family and writes its figures and both plots
+// into DIR; --replot DIR draws the plots again from the figures a run left
+// there (perf-latest.json, the table; perf-dense-product-times.dat, the
+// family), timing nothing.
 
-// FILE.svg -> FILE-ratios.svg
-std::string ratios_path(const std::string& plot) {
-  const std::size_t dot = plot.rfind('.');
-  const std::size_t slash = plot.rfind('/');
-  if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return plot + "-ratios";
-  return plot.substr(0, dot) + "-ratios" + plot.substr(dot);
-}
+const char* const ratios_svg = "perf-ratios-to-flint.svg";
+const char* const family_svg = "perf-dense-product-times.svg";
+const char* const family_dat = "perf-dense-product-times.dat";
+const char* const json_name = "perf-latest.json";
+
+struct family_point {
+  int d;
+  double products, vorn_s, johnson_s, mul_s;
+};
 
 void run_gnuplot(const std::string& script) {
   std::FILE* gp = popen("gnuplot", "w");
@@ -501,9 +495,18 @@ void run_gnuplot(const std::string& script) {
   if (pclose(gp) != 0) std::fprintf(stderr, "vorn-bench: gnuplot failed\n");
 }
 
-// Times f·(f+1), f = (1+x+y+z+t)^d, tdeg, p = 32003, for d = 5, 9, ... 25 (5, 15,
-// 25 with --quick), against term products nA·nB; the large d run once.
-void plot_dense_family(const options& opt) {
+std::FILE* open_or_exit(const std::string& path, const char* mode) {
+  std::FILE* f = std::fopen(path.c_str(), mode);
+  if (f == nullptr) {
+    std::fprintf(stderr, "vorn-bench: cannot open %s\n", path.c_str());
+    std::exit(1);
+  }
+  return f;
+}
+
+// Times f*(f+1), f = (1+x+y+z+t)^d, tdeg, p = 32003, for d = 5, 9, ... 25 (5, 15,
+// 25 with --quick), against term products nA*nB; the large d run once.
+std::vector<family_point> time_dense_family(const options& opt) {
   const word ring_vars[] = {minikelto::make_name("x"), minikelto::make_name("y"), minikelto::make_name("z"),
                             minikelto::make_name("t")};
   const word ring = minikelto::unique(minikelto::make_funcall(minikelto::make_name("tdeg"), ring_vars));
@@ -514,7 +517,7 @@ void plot_dense_family(const options& opt) {
   minikelto::root_guard keep_pack(pack), keep_char(characteristic);
   const flint_context context(4, vorn::monomial_order::tdeg, p);
   const auto& ctx = context.ctx;
-  std::string data;
+  std::vector<family_point> points;
   for (int d = 5; d <= 25; d += opt.quick ? 10 : 4) {
     const word f = expanded_power(sum_of({integer(1), ring_vars[0], ring_vars[1], ring_vars[2], ring_vars[3]}), d);
     const word g = minikelto::expand(minikelto::add(f, integer(1)));
@@ -537,45 +540,214 @@ void plot_dense_family(const options& opt) {
         ds.push_back(seconds_of([&] { nmod_mpoly_mul(FP.a, FA.a, FB.a, ctx); }));
         minikelto::collect(keep);
       }
-      char line[160];
-      std::snprintf(line, sizeof line, "%d %.0f %.6f %.6f %.6f\n", d, products, median(vs), median(js), median(ds));
-      data += line;
+      points.push_back({d, products, median(vs), median(js), median(ds)});
       std::fprintf(stderr, "plot: d = %d, %.0f products\n", d, products);
     }
     minikelto::collect();
   }
-  run_gnuplot("set terminal svg size 800,520 dynamic background rgb 'white'\n"
-              "set output '" + std::string(opt.plot) + "'\n"
-              "set title 'f*(f+1), f = (1+x+y+z+t)^d, d = 5 ... 25, tdeg, p = 32003'\n"
-              "set logscale xy\nset key left top\nset grid\n"
-              "set xlabel 'term products nA*nB'\nset ylabel 'seconds'\n"
-              "$d << EOD\n" + data + "EOD\n"
-              "plot $d using 2:3 with linespoints title 'mul\\_vorn', "
-              "$d using 2:4 with linespoints title 'nmod\\_mpoly\\_mul\\_johnson', "
-              "$d using 2:5 with linespoints title 'nmod\\_mpoly\\_mul'\n");
+  return points;
 }
 
-void plot_ratios(const std::vector<row>& rows, const std::string& path) {
+void write_family(const std::vector<family_point>& points, const std::string& path) {
+  std::FILE* out = open_or_exit(path, "w");
+  std::fputs("# f*(f+1), f = (1+x+y+z+t)^d, tdeg, p = 32003: d, term products nA*nB, then the\n"
+             "# seconds of mul_vorn, nmod_mpoly_mul_johnson and nmod_mpoly_mul (medians).\n",
+             out);
+  for (const family_point& q : points)
+    std::fprintf(out, "%d %.0f %.6f %.6f %.6f\n", q.d, q.products, q.vorn_s, q.johnson_s, q.mul_s);
+  std::fclose(out);
+}
+
+std::vector<family_point> read_family(const std::string& path) {
+  std::FILE* in = open_or_exit(path, "r");
+  std::vector<family_point> points;
+  char line[256];
+  while (std::fgets(line, sizeof line, in) != nullptr) {
+    family_point q{};
+    if (line[0] != '#' && std::sscanf(line, "%d %lf %lf %lf %lf", &q.d, &q.products, &q.vorn_s, &q.johnson_s,
+                                      &q.mul_s) == 5)
+      points.push_back(q);
+  }
+  std::fclose(in);
+  return points;
+}
+
+// The rows of a table written by write_json (one object per line).
+std::vector<row> read_json(const std::string& path) {
+  std::FILE* in = open_or_exit(path, "r");
+  std::vector<row> rows;
+  std::string line;
+  for (int c; (c = std::fgetc(in)) != EOF;) {
+    if (c != '\n') {
+      line += static_cast<char>(c);
+      continue;
+    }
+    if (line.find("\"problem\"") != std::string::npos) {
+      row r{json_text(line, "problem"), json_text(line, "order"), static_cast<std::int32_t>(json_number(line, "prime")),
+            json_text(line, "op"), static_cast<std::int64_t>(json_number(line, "terms")), json_number(line, "vorn_s"),
+            json_text(line, "peer"), json_number(line, "peer_s"), json_number(line, "peer_warm_s")};
+      rows.push_back(r);
+    }
+    line.clear();
+  }
+  std::fclose(in);
+  return rows;
+}
+
+// Sets base_s of every row that the --base run (a file of write_json) has.
+void read_base(std::vector<row>& rows, const char* path) {
+  for (const row& b : read_json(path)) {
+    for (row& r : rows)
+      if (b.problem == r.problem && b.order == r.order && b.prime == r.prime && b.op == r.op) r.base_s = b.vorn_s;
+  }
+}
+
+// Time against term products, log-log, one line per implementation.
+void plot_family(const std::vector<family_point>& points, const std::string& path) {
   std::string data;
-  for (const row& r : rows) {
-    if (r.peer.empty() || r.peer_s <= 0) continue;
-    std::string label = r.problem.substr(0, r.problem.find(' ')) + " " + r.order + " " +
-                        (r.prime == 32003 ? "p1" : "p2") + " " + r.op + " / " + r.peer;
-    for (char& c : label)
-      if (c == '"') c = '\'';
-    char line[300];
-    std::snprintf(line, sizeof line, "\"%s\" %.4f\n", label.c_str(), r.vorn_s / r.peer_s);
+  char line[200];
+  for (const family_point& q : points) {
+    std::snprintf(line, sizeof line, "%d %.0f %.6f %.6f %.6f\n", q.d, q.products, q.vorn_s * 1e3, q.johnson_s * 1e3,
+                  q.mul_s * 1e3);
     data += line;
   }
-  if (data.empty()) return;
-  const std::size_t n = static_cast<std::size_t>(std::count(data.begin(), data.end(), '\n'));
-  run_gnuplot("set terminal svg size 900," + std::to_string(120 + 16 * n) + " dynamic background rgb 'white'\n"
+  run_gnuplot("set terminal svg size 860,560 font 'Arial,13' background rgb 'white'\n"
               "set output '" + path + "'\n"
-              "set title 'libvorn time / FLINT time (below 1: libvorn faster); p1 = 32003, p2 = 1073741789'\n"
-              "set style fill solid 0.6\nset boxwidth 0.7\nset yrange [-1:" + std::to_string(n) + "]\n"
-              "set xrange [0:*]\nset grid x\nset ytics font ',8' noenhanced\nset key off\nset arrow from 1, graph 0 to 1, graph 1 nohead\n"
+              "set title \"Dense products f*(f+1), f = (1+x+y+z+t)^d, tdeg, p = 32003\" noenhanced\n"
+              "set logscale xy\nset grid\nset key left top box opaque noenhanced\n"
+              "set xlabel 'term products nA*nB (d = 5, 9, ..., 25)'\nset ylabel 'milliseconds'\n"
+              "set xtics ('10 000' 1e4, '100 000' 1e5, '1 million' 1e6, '10 million' 1e7, "
+              "'100 million' 1e8, '1 billion' 1e9)\n"
+              "set ytics ('0.01' 0.01, '0.1' 0.1, '1' 1, '10' 10, '100' 100, '1 000' 1000, '10 000' 10000)\n"
+              "set xrange [8e3:1.25e9]\nset yrange [0.01:20000]\n"
               "$d << EOD\n" + data + "EOD\n"
-              "plot $d using (0.5*$2):0:(0.5*$2):(0.35):yticlabels(1) with boxxyerror\n");
+              "plot $d using 2:3 with linespoints lw 2 pt 7 title 'mul_vorn (libvorn)', "
+              "$d using 2:4 with linespoints lw 2 pt 5 title 'nmod_mpoly_mul_johnson (FLINT, heap)', "
+              "$d using 2:5 with linespoints lw 2 pt 9 title 'nmod_mpoly_mul (FLINT, dense)', "
+              "$d using 2:3:(sprintf('d = %d', $1)) with labels offset 0,-1.1 left font ',11' notitle\n");
+}
+
+// Ratios libvorn / FLINT as horizontal bars on a log scale: one panel per
+// problem, in each a block per operation and a row per (order, prime), one
+// colour per FLINT function, a line at 1.
+void plot_ratios(const std::vector<row>& rows, const std::string& path) {
+  struct operation {
+    const char* op;
+    const char* heading;
+  };
+  const operation operations[] = {
+      {"mul_vorn", "product P = f*g"}, {"div_vorn P/f", "division P/f"},
+      {"div_vorn (P+1)/f", "division (P+1)/f, not exact"}, {"ads_vorn P+Q", "sum P+Q"},
+      {"ads_vorn P-Q", "difference P-Q"}, {"scl_vorn P*3/7", "scaling P*3/7"}};
+  const char* const peers[] = {"nmod_mpoly_mul_johnson", "nmod_mpoly_mul", "nmod_mpoly_divides",
+                               "nmod_mpoly_add", "nmod_mpoly_sub", "nmod_mpoly_scalar_mul_ui"};
+  const char* const colours[] = {"#7b3294", "#1b9e77", "#d95f02", "#1f78b4", "#66a61e", "#e7298a"};
+  const std::pair<const char*, std::int32_t> variants[] = {
+      {"tdeg", 32003}, {"tdeg", 1073741789}, {"plex", 32003}, {"plex", 1073741789}};
+  std::vector<std::string> problem_names;
+  for (const row& r : rows)
+    if (!r.peer.empty() && std::find(problem_names.begin(), problem_names.end(), r.problem) == problem_names.end())
+      problem_names.push_back(r.problem);
+  if (problem_names.empty()) return;
+
+  // Rows from the top: a heading per operation, then its variants; a
+  // variant's bars for two peers sit side by side.
+  std::string ytics, data;
+  double y = 0;
+  char buffer[400];
+  for (const operation& o : operations) {
+    std::snprintf(buffer, sizeof buffer, "%s\"{/:Bold %s}\" %.2f", ytics.empty() ? "" : ", ", o.heading, -y);
+    ytics += buffer;
+    y += 1;
+    for (const auto& [order, prime] : variants) {
+      std::snprintf(buffer, sizeof buffer, ", \"%s, p = %d\" %.2f", order, prime, -y);
+      ytics += buffer;
+      std::vector<const row*> bars;
+      for (const char* peer : peers)
+        for (const row& r : rows)
+          if (r.op == o.op && r.order == order && r.prime == prime && r.peer == peer && r.peer_s > 0)
+            if (std::find_if(bars.begin(), bars.end(), [&](const row* b) { return b->peer == r.peer; }) == bars.end())
+              bars.push_back(&r);
+      for (std::size_t problem = 0; problem < problem_names.size(); ++problem) {
+        std::size_t k = 0;
+        for (std::size_t colour = 0; colour < std::size(peers); ++colour) {
+          for (const row& r : rows) {
+            if (r.problem != problem_names[problem] || r.op != o.op || r.order != order || r.prime != prime ||
+                r.peer != peers[colour] || r.peer_s <= 0)
+              continue;
+            const double height = bars.size() > 1 ? 0.36 : 0.7;
+            const double centre = -y + (bars.size() > 1 ? (k == 0 ? 0.19 : -0.19) : 0.0);
+            std::snprintf(buffer, sizeof buffer, "%zu %.4f %.3f %.3f %ld\n", problem, r.vorn_s / r.peer_s, centre,
+                          height / 2, std::strtol(colours[colour] + 1, nullptr, 16));
+            data += buffer;
+            ++k;
+          }
+        }
+      }
+      y += 1;
+    }
+    y += 0.4;
+  }
+
+  const int panel_width = 300, label_width = 250, top_margin = 100, bottom_margin = 130;
+  const int height = top_margin + static_cast<int>(y * 19) + bottom_margin;
+  const int width = label_width + panel_width * static_cast<int>(problem_names.size()) + 30;
+  std::string script =
+      "set terminal svg size " + std::to_string(width) + "," + std::to_string(height) +
+      " font 'Arial,12' background rgb 'white'\n"
+      "set output '" + path + "'\n"
+      "set multiplot\n"
+      "set label 1 \"libvorn time / FLINT time on the same polynomials: left of 1 libvorn is faster\" "
+      "at screen 0.5, screen " + std::to_string(1 - 28.0 / height) + " center font ',15'\n"
+      "set logscale x\nset xrange [0.2:10]\n"
+      "set xtics ('0.25' 0.25, '0.5' 0.5, '1' 1, '2' 2, '4' 4, '8' 8) nomirror\n"
+      "set grid xtics\nset yrange [" + std::to_string(-y + 0.4) + ":0.8]\nset style fill solid 0.85 border -1\n"
+      "set key off\nset xlabel 'time ratio'\n"
+      "$d << EOD\n" + data + "EOD\n";
+  // The legend, under the panels: a swatch and a name per FLINT function.
+  for (std::size_t c = 0; c < std::size(peers); ++c) {
+    const double x = (label_width + 20.0 + 300.0 * static_cast<double>(c % 3)) / width;
+    const double ly = (bottom_margin - 75.0 - 22.0 * static_cast<double>(c / 3)) / height;
+    std::snprintf(buffer, sizeof buffer,
+                  "set object %zu rect from screen %.4f, screen %.4f to screen %.4f, screen %.4f "
+                  "fc rgb '%s' fs solid 0.85 border -1\n"
+                  "set label %zu '%s' at screen %.4f, screen %.4f left noenhanced\n",
+                  c + 1, x, ly - 6.0 / height, x + 24.0 / width, ly + 6.0 / height, colours[c], c + 2, peers[c],
+                  x + 32.0 / width, ly);
+    script += buffer;
+  }
+  const double bottom = static_cast<double>(bottom_margin) / height, top = 1 - static_cast<double>(top_margin) / height;
+  for (std::size_t problem = 0; problem < problem_names.size(); ++problem) {
+    const double left = (label_width + panel_width * static_cast<double>(problem)) / width;
+    const double right = left + (panel_width - 12.0) / width;
+    char margins[200];
+    std::snprintf(margins, sizeof margins, "set lmargin at screen %.4f\nset rmargin at screen %.4f\n"
+                  "set bmargin at screen %.4f\nset tmargin at screen %.4f\n", left, right, bottom, top);
+    // The problem and its sizes: the inputs' terms and the product's.
+    std::int64_t input_terms = 0, product_terms = 0;
+    for (const row& r : rows) {
+      if (r.problem != problem_names[problem]) continue;
+      if (r.op == "kelto2vorn f") input_terms = r.terms;
+      if (r.op == "mul_vorn") product_terms = r.terms;
+    }
+    std::string name = problem_names[problem];
+    for (char& c : name)
+      if (c == '"' || c == '\\') c = ' ';
+    std::snprintf(buffer, sizeof buffer, "set title \"%s\\nf, g: %lld terms; f*g: %lld terms\" noenhanced\n",
+                  name.c_str(), static_cast<long long>(input_terms), static_cast<long long>(product_terms));
+    script += margins;
+    script += buffer;
+    script += problem == 0 ? "set ytics (" + ytics + ") scale 0 font ',12'\n" : "unset ytics\n";
+    script += "set arrow 1 from 1, graph 0 to 1, graph 1 nohead lw 2 lc rgb 'black' front\n";
+    // Each bar runs from 1 to its ratio: left of the line libvorn is faster.
+    script += "plot $d using (abs($1 - " + std::to_string(problem) + ") < 0.5 ? $2 : 1/0):3:"
+              "($2 < 1 ? $2 : 1):($2 < 1 ? 1 : $2):($3 - $4):($3 + $4):5 with boxxyerror fc rgb variable\n";
+    if (problem == 0)
+      for (std::size_t c = 0; c < std::size(peers); ++c) script += "unset object " + std::to_string(c + 1) + "\n";
+    if (problem == 0) script += "unset label\n";
+  }
+  script += "unset multiplot\n";
+  run_gnuplot(script);
 }
 
 }  // namespace
@@ -595,6 +767,8 @@ int main(int argc, char** argv) {
       opt.json = argv[++i];
     } else if (a == "--plot" && has_value) {
       opt.plot = argv[++i];
+    } else if (a == "--replot" && has_value) {
+      opt.replot = argv[++i];
     } else if (a == "--problem" && has_value) {
       opt.problem = argv[++i];
     } else if (a == "--order" && has_value) {
@@ -607,11 +781,17 @@ int main(int argc, char** argv) {
       opt.base = argv[++i];
     } else {
       std::fprintf(stderr,
-                   "usage: vorn-bench [--quick] [--runs N] [--json FILE] [--plot FILE.svg] [--problem TEXT]\n"
+                   "usage: vorn-bench [--quick] [--runs N] [--json FILE] [--plot DIR] [--replot DIR] [--problem TEXT]\n"
                    "                  [--order tdeg|plex] [--prime P] [--ops conv,mul,div,ads,scl] [--vorn-only]\n"
                    "                  [--base FILE.json]\n");
       return 2;
     }
+  }
+  if (opt.replot != nullptr) {
+    const std::string dir = std::string(opt.replot) + "/";
+    plot_ratios(read_json(dir + json_name), dir + ratios_svg);
+    plot_family(read_family(dir + family_dat), dir + family_svg);
+    return 0;
   }
   if (opt.quick) opt.runs = 1;
   minikelto::reset();
@@ -637,8 +817,11 @@ int main(int argc, char** argv) {
   print_table(rows);
   if (opt.json != nullptr) write_json(rows, opt.json);
   if (opt.plot != nullptr) {
-    plot_ratios(rows, ratios_path(opt.plot));
-    plot_dense_family(opt);
+    const std::string dir = std::string(opt.plot) + "/";
+    plot_ratios(rows, dir + ratios_svg);
+    const std::vector<family_point> family = time_dense_family(opt);
+    write_family(family, dir + family_dat);
+    plot_family(family, dir + family_svg);
   }
   return 0;
 }

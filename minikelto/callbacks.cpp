@@ -3,6 +3,9 @@
 //
 // Callbacks other than host_raise_error return normally and never throw;
 // a call that breaks the host's contract ends the process with a message.
+#include <signal.h>
+#include <unistd.h>
+
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -140,8 +143,24 @@ word cb_copy_integer(const word* record) noexcept { return copy_integer_record(r
 std::int32_t cb_check_interrupt() noexcept {
   detail::host_state& s = detail::state();
   ++s.polls;
-  if (detail::interrupt_requested != 0) return 1;
-  return s.interrupt_at != 0 && s.polls >= s.interrupt_at ? 1 : 0;
+  if (detail::interrupt_requested != 0) {
+    detail::interrupt_requested = 2;
+  } else if (s.interrupt_at == 0 || s.polls < s.interrupt_at) {
+    return 0;
+  }
+  s.interrupt_answered = true;
+  return 1;
+}
+
+extern "C" void on_interrupt_signal(int) {
+  if (detail::interrupt_requested == 1) {
+    // Only async-signal-safe calls here.
+    static const char message[] = "\nkelto: interrupted again before the first interrupt was seen; ending\n";
+    const ssize_t written = write(STDERR_FILENO, message, sizeof message - 1);
+    (void)written;
+    _exit(130);
+  }
+  detail::interrupt_requested = 1;
 }
 
 template <int Index>
@@ -203,21 +222,47 @@ void request_interrupt() noexcept { detail::interrupt_requested = 1; }
 
 void clear_interrupt() noexcept {
   detail::interrupt_requested = 0;
-  detail::host_state& s = detail::state();
-  s.interrupt_at = 0;
-  s.polls = 0;
+  interrupt_from_poll(0);
 }
 
 void interrupt_from_poll(std::int64_t n) noexcept {
   detail::host_state& s = detail::state();
   s.interrupt_at = n;
   s.polls = 0;
+  s.interrupt_answered = false;
+  s.work_to_poll = detail::work_per_poll;
 }
 
 std::int64_t interrupt_polls() noexcept { return detail::state().polls; }
 
+bool interrupt_answered() noexcept { return detail::state().interrupt_answered; }
+
+bool interrupt_pending() noexcept {
+  const detail::host_state& s = detail::state();
+  return detail::interrupt_requested != 0 || s.interrupt_answered;
+}
+
 void poll_interrupt() {
   if (cb_check_interrupt() != 0) throw interrupted{};
+}
+
+void count_work(std::uint32_t units) {
+  detail::host_state& s = detail::state();
+  if (s.entry_depth != 0) return;
+  if (s.work_to_poll > units) {
+    s.work_to_poll -= units;
+    return;
+  }
+  s.work_to_poll = detail::work_per_poll;
+  poll_interrupt();
+}
+
+void install_interrupt_handler() {
+  struct sigaction action {};
+  action.sa_handler = on_interrupt_signal;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = 0;  // no SA_RESTART: Ctrl-C ends a read at the prompt and a blocked write
+  sigaction(SIGINT, &action, nullptr);
 }
 
 }  // namespace minikelto

@@ -1,6 +1,7 @@
 // Reclaiming host memory: mark from the roots, drop the dead from the unique
 // table, sweep the window.  Runs only between entry calls, so the plug-in
-// never sees an object vanish under it.
+// never sees an object vanish under it.  An interrupt can stop the marking,
+// which is most of the work; the drop and the sweep run to their end.
 //
 // Marking follows the handles of SUM, PROD, FUNCALL, EQUALITY and SEQ words;
 // an array marks its data block, whose words are never read; names, integers
@@ -24,6 +25,7 @@ namespace {
 
 void mark_from(std::vector<word>& stack) {
   while (!stack.empty()) {
+    count_work(1);
     const word h = stack.back();
     stack.pop_back();
     if (is_immediate(h) || !detail::in_window(h)) continue;
@@ -60,7 +62,13 @@ std::size_t collect(std::span<const word> extra_roots) {
   for (const auto& root : s.roots) stack.push_back(root.first);
   stack.push_back(s.true_handle);
   stack.push_back(s.false_handle);
-  mark_from(stack);
+  try {
+    mark_from(stack);
+  } catch (const interrupted&) {
+    // Nothing has been freed: unmark, and the next collection starts afresh.
+    detail::clear_marks();
+    throw;
+  }
   detail::drop_unmarked_from_unique_table();
   return detail::sweep();
 }

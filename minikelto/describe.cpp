@@ -49,6 +49,7 @@ void describe_to(std::string& out, word h) {
       }
       return;
     case prod:
+      if (length == 1) out += '1';
       for (std::int32_t i = 1; i + 1 < length; i += 2) {
         if (i != 1) out += '*';
         describe_operand(out, w[i]);

@@ -107,6 +107,9 @@ inline void count_operation() {
   }
 }
 
+// Degrees of the expanded form stay immediate integers.
+constexpr std::int32_t max_degree = max_immediate;
+
 // Powers of integers beyond this many bits are refused rather than computed.
 constexpr std::uint64_t max_power_bits = std::uint64_t{1} << 20;
 
@@ -426,7 +429,10 @@ class degree_bounds {
   }
 
   static std::uint64_t exponent_of(word exponent) {
-    if (!is_immediate(exponent)) throw std::invalid_argument("exponent too large");
+    if (!is_integer(exponent)) throw std::invalid_argument("the exponent must be a non-negative integer");
+    if (!is_immediate(exponent) || immediate_value(exponent) > max_degree)
+      throw std::invalid_argument("cannot expand a power with exponent " + integer_text(exponent) + " (at most " +
+                                  std::to_string(max_degree) + ")");
     if (immediate_value(exponent) < 0) throw std::invalid_argument("negative exponent");
     return static_cast<std::uint64_t>(immediate_value(exponent));
   }
@@ -572,7 +578,8 @@ word expand(word expression) {
     if (std::find(space.variables.begin(), space.variables.end(), v) == space.variables.end())
       space.variables.push_back(v);
   }
-  if (largest > static_cast<std::uint64_t>(max_immediate)) throw std::invalid_argument("exponent too large");
+  if (largest > static_cast<std::uint64_t>(max_degree))
+    throw std::invalid_argument("cannot expand: a degree of the result exceeds " + std::to_string(max_degree));
   std::sort(space.variables.begin(), space.variables.end(), expander::variable_less);
   space.bits = bit_length(largest);
   space.per_word = 64 / space.bits;

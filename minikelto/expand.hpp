@@ -10,9 +10,9 @@ namespace minikelto {
 
 // The expanded form of `expression`, made unique.  Operands that are neither
 // integers, sums, products nor powers (names, calls, equations) are treated
-// as variables.  Throws std::invalid_argument for a negative or huge exponent,
-// and `interrupted` when an interrupt poll (one per 65536 term
-// operations) answers non-zero.
+// as variables.  Throws std::invalid_argument for a negative exponent or one
+// whose result it cannot hold (a degree above 2^30 - 1), and `interrupted`
+// when an interrupt poll (one per 65536 term operations) answers non-zero.
 word expand(word expression);
 
 }  // namespace minikelto

@@ -152,8 +152,10 @@ std::int32_t array_count(word h) noexcept;  // word 6
 
 // Canonical handle of an equal object: children first, by type and words;
 // integers by value (immediate when they fit); arrays are leaves and never
-// merged; a PROD of one pair with exponent 1 becomes its base, a SUM of one
-// pair with coefficient 1 its term.  An object passed here must not be
+// merged; a PROD of no pair is the empty product 1, a PROD of one pair with
+// exponent 1 becomes its base; a SUM pair (1, c) becomes the constant pair
+// (c, 1), and a SUM of one pair with coefficient 1 becomes its term.  Polls
+// the interrupt (count_work) outside entry calls.  An object passed here must not be
 // changed afterwards.
 word unique(word h);
 
@@ -199,14 +201,32 @@ void interrupt_from_poll(std::int64_t n) noexcept;
 // Polls since reset(), clear_interrupt() or interrupt_from_poll().
 std::int64_t interrupt_polls() noexcept;
 
-// Thrown by the host's own long work (expansion) when a poll answers
-// non-zero, so that work stops as the plug-in's entries do.
+// True when a poll has answered non-zero since the last clear_interrupt().
+bool interrupt_answered() noexcept;
+// True when an interrupt was requested (or the countdown reached) and not
+// yet cleared, whether or not a poll has seen it.
+bool interrupt_pending() noexcept;
+
+// Thrown by the host's own long work (expansion, arithmetic, unique,
+// printing, collection) when a poll answers non-zero, so that work stops as
+// the plug-in's entries do.
 struct interrupted : std::exception {
   const char* what() const noexcept override { return "Interrupted"; }
 };
 // One poll, counted with the plug-in's: throws `interrupted` when the request
 // flag or the countdown is set.
 void poll_interrupt();
+// Counts `units` of the host's own work (one per term, object or child
+// handled) and polls once every 65536 units.  Does nothing during an entry
+// call, where the host is a callback that must return to the plug-in.  The
+// count restarts with clear_interrupt() and interrupt_from_poll(), so where
+// a countdown stops a statement does not depend on earlier ones.
+void count_work(std::uint32_t units);
+
+// SIGINT handler for a front end: the first signal requests an interrupt; a
+// second one that comes before any poll has seen the first ends the process
+// with status 130 (nothing is polling, so nothing else would stop it).
+void install_interrupt_handler();
 
 // ---- Plug-in and entry calls -----------------------------------------------
 
@@ -271,7 +291,8 @@ struct root_guard {
 };
 
 // Reclaims every object unreachable from the roots and from `extra_roots`;
-// returns the bytes freed.  Must not run during an entry call.
+// returns the bytes freed.  Must not run during an entry call.  Throws
+// `interrupted` (having freed nothing) when a poll answers while it marks.
 std::size_t collect(std::span<const word> extra_roots = {});
 
 struct window_stats {

@@ -36,6 +36,9 @@ struct integer {
 
 bool is_one(word h) { return h == make_immediate(1); }
 
+// Integer powers beyond this many bits are refused rather than computed.
+constexpr unsigned long max_power_bits = 1000000;
+
 // The order of the bases of a canonical product: names alphabetically, then
 // every other base in the order it came.  A product is one value whatever
 // order its factors were written in (x*y and y*x), so arithmetic compares
@@ -101,6 +104,7 @@ struct sum_builder {
     }
     if (type_of(h) == sum) {
       for (auto [term, coeff] : pairs_of(h)) {
+        count_work(1);
         if (!is_integer(coeff)) {
           add(multiply(term, coeff), scale);
           continue;
@@ -128,6 +132,7 @@ struct sum_builder {
         terms.push_back({make_immediate(1), make_integer(constant.z)});
     };
     for (std::size_t i = 0; i < order.size(); ++i) {
+      count_work(1);
       if (has_constant && i == constant_position) push_constant();
       const integer& c = coefficients.at(order[i]);
       if (mpz_sgn(c.z) != 0) terms.push_back({order[i], make_integer(c.z)});
@@ -138,21 +143,28 @@ struct sum_builder {
 };
 
 // Bases in first-seen order with their summed exponents, and an integer factor.
+// Exponents are integers of any size: x^(2^40) is a product like any other.
 struct product_builder {
   std::vector<word> order;
-  std::unordered_map<word, std::int64_t> exponents;
+  std::unordered_map<word, integer> exponents;
   integer factor;
 
   product_builder() { mpz_set_ui(factor.z, 1); }
 
-  // Multiplies by h^n.
-  void multiply_by(word h, std::int64_t n) {
-    if (n == 0) return;
+  // Multiplies by h^n, n >= 0.
+  void multiply_by(word h, const integer& n) {
+    if (mpz_sgn(n.z) == 0) return;
     if (is_integer(h)) {
       integer v(h);
-      if (mpz_cmpabs_ui(v.z, 1) > 0 && static_cast<double>(mpz_sizeinbase(v.z, 2)) * static_cast<double>(n) > 1.0e6)
-        throw std::invalid_argument("integer too large");
-      mpz_pow_ui(v.z, v.z, static_cast<unsigned long>(n));
+      if (mpz_cmpabs_ui(v.z, 1) <= 0) {
+        // 0, 1 and -1 to any power: no size limit applies.
+        if (mpz_sgn(v.z) < 0 && mpz_even_p(n.z)) mpz_neg(v.z, v.z);
+      } else {
+        if (mpz_cmp_ui(n.z, max_power_bits) > 0 ||
+            static_cast<double>(mpz_sizeinbase(v.z, 2)) * mpz_get_d(n.z) > static_cast<double>(max_power_bits))
+          throw std::invalid_argument("integer too large");
+        mpz_pow_ui(v.z, v.z, mpz_get_ui(n.z));
+      }
       mpz_mul(factor.z, factor.z, v.z);
       return;
     }
@@ -165,25 +177,26 @@ struct product_builder {
       return;
     }
     if (t == prod) {
+      integer e;
       for (auto [base, exponent] : pairs_of(h)) {
-        if (!is_immediate(exponent)) throw std::invalid_argument("exponent too large");
-        multiply_by(base, n * immediate_value(exponent));
+        if (!is_integer(exponent)) throw std::invalid_argument("the exponent must be a non-negative integer");
+        integer_value(exponent, e.z);
+        mpz_mul(e.z, e.z, n.z);
+        multiply_by(base, e);
       }
       return;
     }
-    auto [it, fresh] = exponents.try_emplace(h, 0);
+    auto [it, fresh] = exponents.try_emplace(h);
     if (fresh) order.push_back(h);
-    it->second += n;
-    if (it->second > max_immediate || it->second < min_immediate)
-      throw std::invalid_argument("exponent too large");
+    mpz_add(it->second.z, it->second.z, n.z);
   }
 
   word build() {
     if (mpz_sgn(factor.z) == 0) return make_immediate(0);
     std::vector<std::pair<word, word>> pairs;
     for (word base : order) {
-      const std::int64_t e = exponents.at(base);
-      if (e != 0) pairs.emplace_back(base, make_immediate(static_cast<std::int32_t>(e)));
+      const integer& e = exponents.at(base);
+      if (mpz_sgn(e.z) != 0) pairs.emplace_back(base, make_integer(e.z));
     }
     std::stable_sort(pairs.begin(), pairs.end(),
                      [](const std::pair<word, word>& a, const std::pair<word, word>& b) {
@@ -252,18 +265,20 @@ word subtract(word a, word b) {
 word negate(word a) { return multiply(make_immediate(-1), a); }
 
 word multiply(word a, word b) {
+  integer one;
+  mpz_set_ui(one.z, 1);
   product_builder p;
-  p.multiply_by(a, 1);
-  p.multiply_by(b, 1);
+  p.multiply_by(a, one);
+  p.multiply_by(b, one);
   return p.build();
 }
 
 word power(word a, word n) {
   if (!is_integer(n)) throw std::invalid_argument("the exponent must be a non-negative integer");
-  if (!is_immediate(n)) throw std::invalid_argument("exponent too large");
-  if (immediate_value(n) < 0) throw std::invalid_argument("the exponent must be a non-negative integer");
+  const integer e(n);
+  if (mpz_sgn(e.z) < 0) throw std::invalid_argument("the exponent must be a non-negative integer");
   product_builder p;
-  p.multiply_by(a, immediate_value(n));
+  p.multiply_by(a, e);
   return p.build();
 }
 

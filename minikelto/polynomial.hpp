@@ -5,8 +5,8 @@
 // coefficients are non-zero integers (immediate when they fit, else
 // INTPOS/INTNEG) and whose terms are distinct; a constant c is the pair
 // (c, 1); a term is a NAME (a variable to the first power) or a PROD of
-// (base, exponent) pairs with distinct bases and positive immediate
-// exponents.  Degenerate cases collapse: no terms is the integer 0, a lone
+// (base, exponent) pairs with distinct bases and positive integer exponents
+// (immediate when they fit, of any size otherwise).  Degenerate cases collapse: no terms is the integer 0, a lone
 // constant is that integer, a lone term with coefficient 1 is the term.
 // Every result is made unique, so equal values are one handle.
 #pragma once
@@ -36,8 +36,8 @@ word make_polynomial(std::span<const expanded_term> terms);
 // handle, which uniqueness makes exact); sums are not multiplied out (that is
 // expand's job), so (x+1)*(x+1) is the power (x+1)^2.  The operands may be any
 // unique host values; what is neither an integer, a SUM nor a PROD is an
-// opaque term.  Throws std::invalid_argument when an exponent or integer
-// grows too large.
+// opaque term.  Throws std::invalid_argument when an integer power grows
+// too large, and `interrupted` when a poll (count_work) answers.
 word add(word a, word b);
 word subtract(word a, word b);
 word negate(word a);

@@ -21,6 +21,7 @@ namespace minikelto::detail {
 
 inline constexpr word unique_bit = 0x02000000u;
 inline constexpr std::size_t initial_unique_slots = 1024;  // a power of two
+inline constexpr std::uint32_t work_per_poll = 1u << 16;
 
 // A slot of the unique table; handle 0 when empty.  The stored hash lets a
 // probe pass over other entries, and the table grow, without reading objects.
@@ -42,6 +43,8 @@ struct host_state {
   std::string output;
   std::int64_t interrupt_at = 0;  // 0: no countdown
   std::int64_t polls = 0;
+  bool interrupt_answered = false;
+  std::uint32_t work_to_poll = work_per_poll;  // units of host work before the next poll
   std::string error;
   std::jmp_buf* active_jump = nullptr;
   int entry_depth = 0;
@@ -49,7 +52,8 @@ struct host_state {
 
 host_state& state() noexcept;
 
-// Set from signal handlers, so kept outside the state record.
+// Set from signal handlers, so kept outside the state record: 0 none,
+// 1 requested and not yet seen by a poll, 2 seen by a poll.
 extern volatile std::sig_atomic_t interrupt_requested;
 
 // Drops every unmarked object from the unique table (before a sweep).

@@ -6,6 +6,7 @@
 // value (their _mp_d words differ), names by text.  The table holds its
 // entries weakly: collect() drops the unreachable ones before it frees them.
 #include <cstring>
+#include <utility>
 
 #include "minikelto/state.hpp"
 #include "minikelto/window.hpp"
@@ -171,6 +172,13 @@ prepared prepare(word h) {
   if (!is_composite(type)) return {h, false};  // arrays and the host's private kinds are leaves
   const std::int32_t length = length_of(h);
   make_children_unique(w, length);
+  if (type == prod && length == 1) return {make_immediate(1), false};
+  if (type == sum) {
+    // The empty product came back as 1: (1, c) is the constant c, written as
+    // the canonical pair (c, 1).
+    for (std::int32_t i = 1; i + 1 < length; i += 2)
+      if (w[i] == make_immediate(1)) std::swap(w[i], w[i + 1]);
+  }
   if (length == 3 && w[2] == make_immediate(1) && (type == prod || type == sum)) return {w[1], false};
   return {h, true};
 }
@@ -187,6 +195,10 @@ void make_children_unique(word* w, std::int32_t length) {
   };
   host_state& s = state();
   for (std::int32_t from = 1; from < length; from += chunk) {
+    // Only long objects count (a product's few children are not worth a
+    // call).  Throwing here leaves h half made unique, which is harmless: h
+    // is fresh and dropped, and every entry already in the table is complete.
+    if (length > chunk) count_work(chunk);
     pending lookups[chunk];
     std::int32_t count = 0;
     for (std::int32_t i = from; i < length && i < from + chunk; ++i) {

@@ -220,6 +220,14 @@ std::size_t sweep() noexcept {
   return before - the_window.in_use;
 }
 
+void clear_marks() noexcept {
+  for (std::size_t offset = 0; offset < the_window.top;) {
+    word* block = block_at(offset);
+    block[0] &= ~mark_bit;
+    offset += (block[0] & size_mask) * sizeof(word);
+  }
+}
+
 void release_all() noexcept {
   if (the_window.base == nullptr) return;
   for (word& head : the_window.small) head = 0;

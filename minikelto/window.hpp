@@ -47,6 +47,9 @@ inline bool is_marked(const word* payload) noexcept { return (payload[-2] & 0x80
 // blocks; returns the bytes freed.
 std::size_t sweep() noexcept;
 
+// Clears the mark of every block (after an interrupted marking).
+void clear_marks() noexcept;
+
 // Frees every block.
 void release_all() noexcept;
 

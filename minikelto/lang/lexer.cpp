@@ -12,9 +12,9 @@ bool name_char(char c) { return name_start(c) || std::isdigit(static_cast<unsign
 bool digit(char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; }
 }  // namespace
 
-std::vector<token> tokenize(const std::string& text) {
+std::vector<token> tokenize(const std::string& text, std::int32_t first_line) {
   std::vector<token> out;
-  location at;
+  location at{first_line, 1};
   std::size_t i = 0;
   auto advance = [&](std::size_t n) {
     for (; n > 0 && i < text.size(); --n, ++i) {
@@ -81,6 +81,10 @@ std::vector<token> tokenize(const std::string& text) {
       simple(k, 1);
     }
   }
+  // Input that ends with a newline ends on that line: an unfinished statement
+  // is reported there, not on a line after the text.
+  if (!out.empty() && out.back().kind == token_kind::newline && !text.empty() && text.back() == '\n')
+    at = out.back().where;
   out.push_back({token_kind::end, at, ""});
   return out;
 }

@@ -24,7 +24,8 @@ struct token {
   std::string text;
 };
 
-// Never fails: an unknown character becomes a `bad` token holding it.
-std::vector<token> tokenize(const std::string& text);
+// Never fails: an unknown character becomes a `bad` token holding it.  Lines
+// are numbered from `first_line`.
+std::vector<token> tokenize(const std::string& text, std::int32_t first_line = 1);
 
 }  // namespace minikelto::lang

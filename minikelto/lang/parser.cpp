@@ -63,10 +63,13 @@ class parser {
     for (;;) {
       while (at(token_kind::newline) || at(token_kind::semicolon)) advance();
       if (at(token_kind::end)) break;
+      const std::int32_t first = peek().where.line;
       try {
-        out.push_back({true, parse_statement(), {}});
+        statement s = parse_statement();
+        const std::int32_t last = s.last_line;
+        out.push_back({true, std::move(s), {}, first, last});
       } catch (const parse_failure& f) {
-        out.push_back({false, {}, f.error});
+        out.push_back({false, {}, f.error, first, f.error.where.line});
         // Resume after the line that failed, whatever was left open.
         nesting_ = 0;
         const std::int32_t line = f.error.where.line;
@@ -132,6 +135,7 @@ class parser {
       s.assigns = true;
     }
     s.value = parse_expr();
+    s.last_line = at(token_kind::end) && pos_ > 0 ? toks_[pos_ - 1].where.line : peek().where.line;
     if (at(token_kind::semicolon)) {
       s.silent = true;
       advance();
@@ -289,7 +293,9 @@ class parser {
 
 }  // namespace
 
-std::vector<parsed> parse(const std::string& text) { return parser(tokenize(text)).run(); }
+std::vector<parsed> parse(const std::string& text, std::int32_t first_line) {
+  return parser(tokenize(text, first_line)).run();
+}
 
 bool needs_more(const std::string& text) {
   int depth = 0;

@@ -1,5 +1,7 @@
 // The printer: one recursive walk with the binding strength of the context,
-// so parentheses appear exactly where reading back needs them.
+// so parentheses appear exactly where reading back needs them.  A sum polls
+// the interrupt as it goes: printing a value of millions of terms stops on
+// Ctrl-C like any other long work.
 #include "minikelto/lang/printer.hpp"
 
 namespace minikelto::lang {
@@ -19,7 +21,7 @@ int strength_of(word h) {
   }
   switch (type_of(h)) {
     case sum: return length_of(h) > 3 ? sum_level : product_level;
-    case prod: return length_of(h) > 3 ? product_level : power_level;
+    case prod: return length_of(h) > 3 ? product_level : length_of(h) == 3 ? power_level : atom_level;
     case equality: return equation_level;
     default: return atom_level;
   }
@@ -80,6 +82,7 @@ void print(word h, int context, std::string& out) {
       return;
     case sum: {
       for (std::int32_t i = 1; i + 1 < length; i += 2) {
+        count_work(1);
         std::string t = sum_term(w[i], w[i + 1]);
         if (i > 1) {
           if (t[0] == '-') {
@@ -94,6 +97,7 @@ void print(word h, int context, std::string& out) {
       return;
     }
     case prod: {
+      if (length == 1) out += '1';  // the empty product, as an entry may hand it over
       for (std::int32_t i = 1; i + 1 < length; i += 2) {
         if (i > 1) out += '*';
         print_operand(w[i], power_level + (w[i + 1] == make_immediate(1) ? 0 : 1), out);

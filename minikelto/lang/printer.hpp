@@ -11,6 +11,7 @@
 
 namespace minikelto::lang {
 
+// Throws `interrupted` when a poll answers while a long sum is printed.
 std::string to_text(word value);
 
 }  // namespace minikelto::lang

@@ -27,6 +27,21 @@ struct session_options {
   // non-zero from the N-th poll on, as if the user pressed Ctrl-C there
   // (0: never).  Lets a script show an entry being interrupted.
   std::int64_t interrupt_after_polls = 0;
+  // -x: each statement is printed before its output, as typed at a prompt
+  // ("> " and "  " before its lines), with the comments and blank lines
+  // before it.
+  bool echo = false;
+  // At the prompt an error of an entry or a built-in, or an interrupt, is
+  // printed without the source and line: the statement was just typed.
+  bool at_prompt = false;
+};
+
+// How a run of statements ended.
+enum class outcome {
+  done,         // every statement ran (some may have failed)
+  stopped,      // a statement failed and the session stops on errors
+  interrupted,  // an interrupt stopped a statement; the rest did not run
+  quit,         // `quit` or `exit`
 };
 
 class session {
@@ -36,9 +51,10 @@ class session {
   session(const session&) = delete;
   session& operator=(const session&) = delete;
 
-  // Runs every statement of `text`; `source` names it in syntax errors.
-  // Returns false when a statement failed and the session stops on errors.
-  bool run(const std::string& text, const std::string& source);
+  // Runs the statements of `text`, whose first line is line `first_line` of
+  // `source` (the name errors give).  Stops at an interrupt, at `quit`, and
+  // at a failed statement when the session stops on errors.
+  outcome run(const std::string& text, const std::string& source, std::int32_t first_line = 1);
 
   // Statements that failed so far.
   int errors() const { return errors_; }
@@ -52,5 +68,9 @@ class session {
   std::unique_ptr<impl> impl_;
   int errors_ = 0;
 };
+
+// What `help` prints: the statements, the entries with their arguments and
+// the built-ins, on one screen.
+extern const char* const help_text;
 
 }  // namespace minikelto::lang

@@ -1,7 +1,7 @@
 // The kelto language's syntax tree and its parser.
 //
-// A script is read whole (or, at the prompt, one complete statement at a
-// time) into a list of statements.  Every node carries the line and column of
+// A script is read whole (or, from a stream or the prompt, one complete
+// statement at a time) into a list of statements.  Every node carries the line and column of
 // its first character, so the evaluator can point at the culprit.  The parser
 // never throws: a malformed statement becomes a `syntax_error` with its
 // location, and parsing resumes at the next line.
@@ -43,6 +43,7 @@ struct node {
 
 struct statement {
   location where;
+  std::int32_t last_line = 1;    // the line of its terminator
   bool silent = false;           // ended by ';'
   bool assigns = false;          // target := value
   std::unique_ptr<node> target;  // a name or infolevel[...] when assigns
@@ -59,13 +60,16 @@ struct parsed {
   bool ok;
   statement stmt;
   syntax_error error;
+  std::int32_t first_line = 1;  // the lines the item spans in the text
+  std::int32_t last_line = 1;
 };
 
-// Parses a whole text; the list follows the statements in order.
-std::vector<parsed> parse(const std::string& text);
+// Parses a whole text whose first line is line `first_line` of its source;
+// the list follows the statements in order.
+std::vector<parsed> parse(const std::string& text, std::int32_t first_line = 1);
 
-// At the prompt: true when `text` needs another line (an open parenthesis or
-// a trailing backslash).
+// Reading a stream or the prompt: true when `text` needs another line (an
+// open parenthesis or a trailing backslash).
 bool needs_more(const std::string& text);
 
 }  // namespace minikelto::lang

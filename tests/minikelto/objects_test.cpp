@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "host/callbacks.hpp"
+#include "minikelto/polynomial.hpp"
 #include "support/host_fixture.hpp"
 
 namespace {
@@ -69,7 +70,7 @@ TEST_F(Objects, a_large_sum_of_fresh_products_merges_equal_and_shared_children) 
   EXPECT_EQ(w[2 * 3 + 1], w[2 * 100 + 1]);
 }
 
-TEST_F(Objects, unique_simplifies_single_pairs_and_leaves_arrays_alone) {
+TEST_F(Objects, unique_simplifies_empty_and_single_pairs_and_leaves_arrays_alone) {
   const word x = name("x");
   EXPECT_EQ(unique(prod({{x, 1}})), x);
   EXPECT_NE(unique(prod({{x, 2}})), x);
@@ -78,6 +79,13 @@ TEST_F(Objects, unique_simplifies_single_pairs_and_leaves_arrays_alone) {
   EXPECT_EQ(text(unique(sum({{x, integer(5)}}))), "5*x");
   // Nested: a sum of one product of one power collapses to the name.
   EXPECT_EQ(unique(sum({{prod({{x, 1}}), integer(1)}})), x);
+  // The empty product, as the export writes for a constant term that is not
+  // its last, is 1: a pair (PROD(), c) is the constant c.
+  EXPECT_EQ(unique(prod({})), integer(1));
+  EXPECT_EQ(unique(sum({{prod({}), integer(9)}})), integer(9));
+  const word two_constants = unique(sum({{integer(2), integer(1)}, {prod({}), integer(3)}}));
+  EXPECT_EQ(text(two_constants), "2 + 3");
+  EXPECT_EQ(minikelto::add(two_constants, integer(0)), integer(5));
 
   const vorn::host_array a = vorn::new_host_array(cbt(), 3);
   const vorn::host_array b = vorn::new_host_array(cbt(), 3);
