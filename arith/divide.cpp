@@ -4,7 +4,7 @@
 namespace vorn {
 
 term_run merged(term_run F, monomial_shape shape, std::int32_t p, tracked_list& scratch) {
-  if (strictly_decreasing<0>(F, shape)) return F;
+  if (with_msize(shape.msize, [&](auto M) { return strictly_decreasing<decltype(M)::value>(F, shape); })) return F;
   const int m = shape.msize;
   const std::ptrdiff_t stride = m + 1;
   auto* const out = static_cast<word*>(

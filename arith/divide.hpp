@@ -107,23 +107,26 @@ class heap_division {
                               : scratch.take(static_cast<std::size_t>(B.count), stream_run<Order>::step_bytes);
     prepare_run(order_, B.terms, B.count, p, b_values, b_steps);
     b_run_ = {B.terms, b_values, static_cast<const typename Order::step_type*>(b_steps)};
-    heap_reserve(heap_, heap_storage_, static_cast<std::size_t>(first_capacity_));
-    heap_capacity_ = first_capacity_;
+    grow_heap(first_capacity_);
   }
 
   // True with the quotient written to the sink when B divides A; false, the
   // sink's blocks holding no result, when it does not.
   bool run() {
     start();
+    // The sum of one monomial's coefficient, exact, and its contributions:
+    // locals, which stay in registers where members would not.
+    acc96 acc;
+    std::int32_t k;
     while (a_ != a_end_ || heap_.n > 0) {
-      acc_clear(acc_);
-      k_ = 0;
-      const word* const monomial = next_monomial();
-      const std::int32_t r = acc_reduce(acc_, mod_);  // r in [0, p)
+      acc_clear(acc);
+      k = 0;
+      const word* const monomial = next_monomial(acc, k);
+      const std::int32_t r = acc_reduce(acc, mod_);  // r in [0, p)
       if (r == 0) continue;
       if (!write_quotient_monomial(monomial)) return false;
       append_quotient_term(r);
-      if (written_ == capacity_) next_block();
+      if (written_ == capacity_) next_block(k);
     }
     out_.finish(written_);
     return true;
@@ -147,27 +150,27 @@ class heap_division {
 
   // Sums the coefficient of the largest monomial left of A - Q·B: A's next
   // term when it is that monomial, less every product of it in the heap.
-  const word* next_monomial() {
+  const word* next_monomial(acc96& acc, std::int32_t& k) {
     const word* const a = a_;
     const int order_of_a = heap_.n == 0 ? 1 : a == a_end_ ? -1 : order_.compare(a, heap_.entries[0].key);
     if (order_of_a >= 0) {
-      acc_add(acc_, coefficient_value(a[m_]));
+      acc_add(acc, coefficient_value(a[m_]));
       a_ += stride_;
-      k_ = 1;
+      k = 1;
     }
     if (order_of_a > 0) return a;
-    take_products();
+    take_products(acc, k);
     return monomial_;
   }
 
   // Takes every product of the largest monomial in the heap, each stream
   // moving on as it is taken (its successors are smaller).
-  void take_products() {
+  void take_products(acc96& acc, std::int32_t& k) {
     const key_type popped = heap_.entries[0].key;
     order_.write_monomial(monomial_, popped, [&] { return factors_of(heap_.entries[0].chain); });
     auto subtract = [&](std::uint32_t x, std::uint32_t y) {
-      acc_sub_unsigned_product(acc_, x, y);
-      ++k_;
+      acc_sub_unsigned_product(acc, x, y);
+      ++k;
     };
     heap_take_equal(heap_, [&](std::int32_t s) {
       if (s < divisors_.first) {
@@ -218,11 +221,11 @@ class heap_division {
       quotients_.start(heap_, g, 1);
   }
 
-  // The block is full: the next one, sized from the term that filled it, room
-  // in the quotient store, and before the switch either a quotient stream for
-  // each of its terms or the switch; then the poll.
-  void next_block() {
-    const std::int32_t capacity = grow_estimate(capacity_, k_);
+  // The block is full: the next one, sized from the term that filled it (k
+  // contributions), room in the quotient store, and before the switch either
+  // a quotient stream for each of its terms or the switch; then the poll.
+  void next_block(std::int32_t k) {
+    const std::int32_t capacity = grow_estimate(capacity_, k);
     slot_ = out_.next_block(capacity);
     capacity_ = capacity;
     written_ = 0;
@@ -241,7 +244,7 @@ class heap_division {
   }
 
   void grow_heap(std::int32_t capacity) {
-    heap_reserve(heap_, heap_storage_, static_cast<std::size_t>(capacity));
+    heap_.entries = grow_heap_storage<Order>(heap_storage_, static_cast<std::size_t>(capacity), heap_.entries, heap_.n);
     heap_capacity_ = capacity;
   }
 
@@ -326,8 +329,6 @@ class heap_division {
   row_type divisors_{{}, {}, nullptr, INT32_MAX, nullptr};  // no stream's name before the switch
   bool switched_ = false;
 
-  acc96 acc_{};
-  std::int32_t k_ = 0;  // contributions summed for the current monomial
   word* slot_ = nullptr;  // the write slot
   std::int32_t capacity_ = 0;
   std::int32_t written_ = 0;  // terms in the current block

@@ -79,19 +79,22 @@ struct basic_term_heap {
   std::int32_t recent = 1;  // integer keys: the slot the last walking insertion ended at
 };
 
-// Gives the heap room for capacity slots: storage from the gateway with its
-// sentinels written, the occupied slots copied over, the old storage
-// released.  Raises "out of memory".
+// Entry storage for capacity slots from the gateway, its sentinels written
+// and the n occupied slots at `entries` copied over; the old storage is
+// released.  Returns the address of slot 1, the heap's new entries.  Raises
+// "out of memory".  (The heap itself is not passed: a heap whose address
+// reaches no call outside the kernel stays in registers.)
 template <class Order>
-void heap_reserve(basic_term_heap<Order>& h, gateway_array<basic_heap_entry<typename Order::key_type>>& storage,
-                  std::size_t capacity) {
+basic_heap_entry<typename Order::key_type>* grow_heap_storage(
+    gateway_array<basic_heap_entry<typename Order::key_type>>& storage, std::size_t capacity,
+    const basic_heap_entry<typename Order::key_type>* entries, std::int32_t n) {
   using entry = basic_heap_entry<typename Order::key_type>;
   gateway_array<entry> larger;
   larger.data = static_cast<entry*>(gateway_take(heap_storage_entries<Order>(capacity), sizeof(entry)));
-  entry* const entries = heap_storage_init<Order>(larger.data, capacity);
-  if (h.n > 0) std::copy_n(h.entries, h.n, entries);
+  entry* const slots = heap_storage_init<Order>(larger.data, capacity);
+  if (n > 0) std::copy_n(entries, n, slots);
   std::swap(storage.data, larger.data);  // the old storage goes with the local
-  h.entries = entries;
+  return slots;
 }
 
 // Buffer keys follow their buffers when the buffer array moves from

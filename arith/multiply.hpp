@@ -92,10 +92,11 @@ void multiply_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p,
   const std::int32_t nB = B.count;
   const modulus mod = make_modulus(p);
 
-  basic_term_heap<Order> heap{nullptr, 0, order, nullptr};
   gateway_array<basic_heap_entry<key_type>> heap_storage;
-  heap_reserve(heap, heap_storage, static_cast<std::size_t>(nA));
-  const stream_row<Order> row = product_row(order, A, B, p, scratch, heap.links);
+  auto* const entries = grow_heap_storage<Order>(heap_storage, static_cast<std::size_t>(nA), nullptr, 0);
+  std::int32_t* links;
+  const stream_row<Order> row = product_row(order, A, B, p, scratch, links);
+  basic_term_heap<Order> heap{entries, 0, order, links};
 
   const bool delayed = strictly_decreasing<Msize>(A, shape) && strictly_decreasing<Msize>(B, shape);
   struct product {

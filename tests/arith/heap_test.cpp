@@ -38,7 +38,8 @@ class TermHeap : public ::testing::Test {
   gateway_array<basic_heap_entry<typename order_type::key_type>> storage;
   basic_term_heap<order_type> h{nullptr, 0, order, links.data()};
 
-  TermHeap() { heap_reserve(h, storage, 16); }
+  TermHeap() { grow(16); }
+  void grow(std::size_t capacity) { h.entries = grow_heap_storage<order_type>(storage, capacity, h.entries, h.n); }
 
   typename order_type::key_type key(int rank, std::int32_t stream) {
     std::vector<word>& w = monomials[static_cast<std::size_t>(stream)];
@@ -165,7 +166,7 @@ TYPED_TEST(TermHeap, PopsWithOneAndTwoSlotsAndGrows) {
   EXPECT_EQ(this->h.n, 0);
   this->insert(3, 0);
   this->insert(1, 1);
-  heap_reserve(this->h, this->storage, 32);  // the occupied slots move along
+  this->grow(32);  // the occupied slots move along
   EXPECT_EQ(this->pop(rank), chain{0});
   ASSERT_EQ(this->h.n, 1);
   EXPECT_EQ(this->root_rank(), 1);
