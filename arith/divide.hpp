@@ -114,19 +114,15 @@ class heap_division {
   // sink's blocks holding no result, when it does not.
   bool run() {
     start();
-    // The sum of one monomial's coefficient, exact, and its contributions:
-    // locals, which stay in registers where members would not.
-    acc96 acc;
-    std::int32_t k;
     while (a_ != a_end_ || heap_.n > 0) {
-      acc_clear(acc);
-      k = 0;
-      const word* const monomial = next_monomial(acc, k);
-      const std::int32_t r = acc_reduce(acc, mod_);  // r in [0, p)
+      acc_clear(acc_);
+      k_ = 0;
+      const word* const monomial = next_monomial();
+      const std::int32_t r = acc_reduce(acc_, mod_);  // r in [0, p)
       if (r == 0) continue;
       if (!write_quotient_monomial(monomial)) return false;
       append_quotient_term(r);
-      if (written_ == capacity_) next_block(k);
+      if (written_ == capacity_) next_block();
     }
     out_.finish(written_);
     return true;
@@ -150,27 +146,27 @@ class heap_division {
 
   // Sums the coefficient of the largest monomial left of A - Q·B: A's next
   // term when it is that monomial, less every product of it in the heap.
-  const word* next_monomial(acc96& acc, std::int32_t& k) {
+  const word* next_monomial() {
     const word* const a = a_;
     const int order_of_a = heap_.n == 0 ? 1 : a == a_end_ ? -1 : order_.compare(a, heap_.entries[0].key);
     if (order_of_a >= 0) {
-      acc_add(acc, coefficient_value(a[m_]));
+      acc_add(acc_, coefficient_value(a[m_]));
       a_ += stride_;
-      k = 1;
+      k_ = 1;
     }
     if (order_of_a > 0) return a;
-    take_products(acc, k);
+    take_products();
     return monomial_;
   }
 
   // Takes every product of the largest monomial in the heap, each stream
   // moving on as it is taken (its successors are smaller).
-  void take_products(acc96& acc, std::int32_t& k) {
+  void take_products() {
     const key_type popped = heap_.entries[0].key;
     order_.write_monomial(monomial_, popped, [&] { return factors_of(heap_.entries[0].chain); });
     auto subtract = [&](std::uint32_t x, std::uint32_t y) {
-      acc_sub_unsigned_product(acc, x, y);
-      ++k;
+      acc_sub_unsigned_product(acc_, x, y);
+      ++k_;
     };
     heap_take_equal(heap_, [&](std::int32_t s) {
       if (s < divisors_.first) {
@@ -221,11 +217,11 @@ class heap_division {
       quotients_.start(heap_, g, 1);
   }
 
-  // The block is full: the next one, sized from the term that filled it (k
-  // contributions), room in the quotient store, and before the switch either
-  // a quotient stream for each of its terms or the switch; then the poll.
-  void next_block(std::int32_t k) {
-    const std::int32_t capacity = grow_estimate(capacity_, k);
+  // The block is full: the next one, sized from the term that filled it, room
+  // in the quotient store, and before the switch either a quotient stream for
+  // each of its terms or the switch; then the poll.
+  void next_block() {
+    const std::int32_t capacity = grow_estimate(capacity_, k_);
     slot_ = out_.next_block(capacity);
     capacity_ = capacity;
     written_ = 0;
@@ -332,6 +328,8 @@ class heap_division {
   word* slot_ = nullptr;  // the write slot
   std::int32_t capacity_ = 0;
   std::int32_t written_ = 0;  // terms in the current block
+  acc96 acc_{};               // the sum of the current monomial's coefficient
+  std::int32_t k_ = 0;        // and its contributions
 };
 
 // Divides A by B mod p (1 <= p < 2^30; A and B packed alike, decreasing, no

@@ -1,8 +1,8 @@
 // Exact division, through a vector sink: (Q·B)/B gives Q back in every order
 // and width, wherever the quotient heap switches to the divisor heap, with
 // one poll per new block; Q·B + R is refused; sums of thousands of products
-// near p^2 stay exact; the entry's messages come in their order.  On 64-bit
-// builds FLINT answers the same divisions.
+// near p^2 stay exact.  On 64-bit builds FLINT answers the same divisions.
+// The entry's messages are the entry checks'.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -12,8 +12,6 @@
 #include "arith/divide.hpp"
 #include "arith/multiply.hpp"
 #include "host/error.hpp"
-#include "poly/container.hpp"
-#include "support/host_fixture.hpp"
 #include "support/packed_terms.hpp"
 #include "support/test_seed.hpp"
 
@@ -273,57 +271,6 @@ TEST_F(Division, BenchmarkQuotients) {
                                        sparse),
                             12, sparse);
   expect_quotient(times(u, v, sparse, big_prime, false), u, v, sparse, big_prime);
-}
-
-// ---- The entry ----
-
-class DivisionEntry : public host_test {
- protected:
-  const ring_case rc{monomial_order::tdeg, 3, 4};
-  std::vector<word> layout = make_test_layout(rc);
-
-  word ring() { return funcall("tdeg", {name("x"), name("y"), name("z")}); }
-  word container(const test_poly& f, word r, const std::vector<word>& with_layout) {
-    const word c = new_container(cbt(), r, static_cast<std::int32_t>(f.terms.size()), with_layout.data());
-    std::copy(f.packed.begin(), f.packed.end(), read_container(cbt(), c).terms);
-    return unique(c);
-  }
-  word container(const test_poly& f) { return container(f, ring(), layout); }
-};
-
-TEST_F(DivisionEntry, MessagesInTheirOrder) {
-  const std::uint32_t seed = test::test_seed(5);
-  SCOPED_TRACE(test::seed_note(seed));
-  std::mt19937 rng(seed);
-  const test_poly F = random_poly(rng, rc, 30, 6, 1, 100);
-  const word A = container(F);
-  const word zero = container(test_poly{});
-  const word p = integer(101);
-  std::vector<word> wide = make_test_layout({monomial_order::tdeg, 3, 2});
-  word big = new_container(cbt(), ring(), 0, layout.data());
-  set_container_big_block(big, minikelto::make_array(1));
-  big = unique(big);
-
-  EXPECT_EQ(call_error("div_vorn", {p, A}), "expecting a modulus and at least two polynomials");
-  EXPECT_EQ(call_error("div_vorn", {integer(std::int64_t{1} << 40), A, zero}),
-            "first argument should be an immediate integer modulus");
-  EXPECT_EQ(call_error("div_vorn", {p, A, name("x")}), "expecting a polynomial");
-  EXPECT_EQ(call_error("div_vorn", {p, container(F, funcall("tdeg", {name("x"), name("y")}), layout), zero}),
-            "the polynomials are not in the same ring");
-  EXPECT_EQ(call_error("div_vorn", {p, container(F, ring(), wide), zero}), "the polynomials are packed differently");
-  EXPECT_EQ(call_error("div_vorn", {integer(0), A, zero}), "division by zero");
-  EXPECT_EQ(call_error("div_vorn", {p, big, A}), "inputs must be reduced mod p");
-  EXPECT_EQ(call_error("div_vorn", {integer(0), A, A}), "only mod p computations are supported");
-  EXPECT_EQ(call_error("div_vorn", {integer(-101), A, A}), "negative modulus");
-  // A leading coefficient with no inverse is found once the first block is out.
-  set_info_level(4);
-  EXPECT_EQ(call_error("div_vorn", {integer(7), A, container(from_terms({{{1, 0, 0}, 14}}, rc))}),
-            "division by zero");
-  EXPECT_EQ(output(), "alloc 1 terms\n");
-  unset_info_level();
-  // A zero dividend answers true before p is looked at.
-  EXPECT_EQ(call_ok("div_vorn", {integer(0), big, A}), minikelto::true_value());
-  EXPECT_EQ(call_ok("div_vorn", {integer(-101), zero, A}), minikelto::true_value());
 }
 
 }  // namespace
