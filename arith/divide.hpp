@@ -208,13 +208,13 @@ class heap_division {
     const auto q = static_cast<std::int32_t>(
         reduce64(static_cast<std::uint64_t>(r) * static_cast<std::uint32_t>(inverse_), mod_));
     slot_[m_] = make_immediate(q);
-    const std::int32_t g = quotient_.append(order_, slot_, q);
+    const std::int32_t index = quotient_.append(order_, slot_, q);  // of the term in the quotient
     slot_ += stride_;
     ++written_;
     if (switched_)
-      divisors_.walked_grew(heap_, g);
+      divisors_.walked_grew(heap_, index);
     else if (B_.count >= 2)
-      quotients_.start(heap_, g, 1);
+      quotients_.start(heap_, index, 1);
   }
 
   // The block is full: the next one, sized from the term that filled it, room
