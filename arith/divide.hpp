@@ -101,7 +101,8 @@ class heap_division {
     b_maxima_ = static_cast<word*>(scratch.take(m_words, sizeof(word)));
     field_maxima<Msize>(b_maxima_, B.terms, B.count, m_, shape.shift);
     monomial_ = static_cast<word*>(scratch.take(m_words, sizeof(word)));
-    auto* const b_values = static_cast<std::int32_t*>(scratch.take(static_cast<std::size_t>(B.count), sizeof(std::int32_t)));
+    auto* const b_values =
+        static_cast<std::int32_t*>(scratch.take(static_cast<std::size_t>(B.count), sizeof(std::int32_t)));
     void* const b_steps = stream_run<Order>::step_bytes == 0
                               ? nullptr
                               : scratch.take(static_cast<std::size_t>(B.count), stream_run<Order>::step_bytes);

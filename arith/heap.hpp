@@ -4,9 +4,9 @@
 // Slots are numbered from 1 (slot i at entries[i - 1]); every occupied slot
 // i > 1 has a key not larger than the key of slot i / 2.  Equal keys can sit
 // in different slots when neither lay on the other's insertion path;
-// heap_pop_equal joins them.  The heap never allocates: the caller sizes the
-// entry storage (heap_storage_entries for one slot per stream that can be in
-// the heap at once) and prepares it with heap_storage_init.
+// heap_pop_equal joins them.  The heap never allocates: the caller gives it
+// entry storage for one slot per stream that can be in the heap at once
+// (grow_heap_storage).
 //
 // Streams are named by their index; a chain runs through the caller's link
 // array (links[s] is the stream after s, no_stream ends it).  Walking a chain

@@ -134,7 +134,9 @@ struct buffer_key_order {
   key_type next_key(key_type, no_step, const word* a, const word* b, word* buffer) const noexcept {
     return product_key(a, b, buffer);
   }
-  int compare(const word* term, key_type key) const noexcept { return compare_monomials<Msize>(term, key, msize, tdeg); }
+  int compare(const word* term, key_type key) const noexcept {
+    return compare_monomials<Msize>(term, key, msize, tdeg);
+  }
   template <class Factors>
   void write_monomial(word* dest, key_type key, Factors&&) const noexcept {
     for (int i = 0; i < words(); ++i) dest[i] = key[i];

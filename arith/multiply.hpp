@@ -39,8 +39,8 @@ stream_row<Order> product_row(const Order& order, term_run A, term_run B, std::i
   const std::int32_t nB = B.count;
   const auto count_a = static_cast<std::size_t>(nA);
   const auto count_b = static_cast<std::size_t>(nB);
-  auto* const per_stream =
-      static_cast<std::int32_t*>(scratch.take(checked_bytes(count_a, 3 * sizeof(std::int32_t)) + 2 * sizeof(std::int32_t), 1));
+  auto* const per_stream = static_cast<std::int32_t*>(
+      scratch.take(checked_bytes(count_a, 3 * sizeof(std::int32_t)) + 2 * sizeof(std::int32_t), 1));
   links = per_stream;
   std::int32_t* const states = per_stream + nA + 1;
   std::int32_t* const a_values = states + nA + 1;
