@@ -3,13 +3,12 @@
 //
 // Each result term costs one comparison and one signed 32-bit remainder: two
 // immediates (|v| <= 2^30) add without overflow.  While both runs last, a
-// full block is followed by one 1.25 times as large (ties to even), capped at
-// max_block_terms and by the input terms left; once one run is exhausted the
-// rest is copied into blocks of exactly the terms left.
+// full block is followed by one 1.25 times as large (grow_estimate with two
+// contributions), capped by the input terms left; once one run is exhausted
+// the rest is copied into blocks of exactly the terms left.
 #pragma once
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 
 #include "arith/acc96.hpp"
@@ -22,7 +21,7 @@ namespace vorn {
 // Writes the terms of A + B (or A − B when Subtract) mod p, p >= 1, to the
 // sink; either run may be empty.  The merge walks both runs by pointer
 // against their ends, so that every position stays in a register.
-template <int Msize, bool Subtract, class Sink>
+template <int Msize, bool Subtract, term_sink Sink>
 void add_merge(term_run A, term_run B, monomial_shape shape, std::int32_t p, Sink& out) {
   const int m = Msize > 0 ? Msize : shape.msize;
   const std::ptrdiff_t stride = m + 1;
@@ -30,9 +29,6 @@ void add_merge(term_run A, term_run B, monomial_shape shape, std::int32_t p, Sin
   const word* b = B.terms;
   const word* const a_end = a + A.count * stride;
   const word* const b_end = b + B.count * stride;
-  // Words after the first compare reversed for tdeg: complemented in their
-  // 31 bits they compare as plain unsigned words.
-  const word flip = shape.tdeg ? 0x7fffffffu : 0u;
   auto terms_left = [&] { return static_cast<std::int64_t>((a_end - a) / stride + (b_end - b) / stride); };
   auto b_value = [](word c) {
     const std::int32_t v = coefficient_value(c);
@@ -59,7 +55,7 @@ void add_merge(term_run A, term_run B, monomial_shape shape, std::int32_t p, Sin
       consumed = b;
       a += stride;
       b += stride;
-    } else if (q == 0 ? a[0] > b[0] : (a[q] ^ flip) > (b[q] ^ flip)) {
+    } else if ((a[q] ^ compare_mask(q, shape.tdeg)) > (b[q] ^ compare_mask(q, shape.tdeg))) {
       v = coefficient_value(a[m]);
       consumed = a;
       a += stride;
@@ -72,9 +68,8 @@ void add_merge(term_run A, term_run B, monomial_shape shape, std::int32_t p, Sin
     if (r == 0) continue;
     put(consumed, r);
     if (w == w_end) {
-      const auto grown = static_cast<std::int64_t>(std::nearbyint(static_cast<double>(capacity) * 250.0 / 200.0));
-      capacity = static_cast<std::int32_t>(std::min({grown, std::int64_t{max_block_terms}, terms_left()}));
-      w = out.next_block(capacity);
+      capacity = static_cast<std::int32_t>(std::min<std::int64_t>(grow_estimate(capacity, 2), terms_left()));
+      w = next_block_polled(out, capacity);
       w_end = w + capacity * stride;
     }
   }
@@ -91,14 +86,14 @@ void add_merge(term_run A, term_run B, monomial_shape shape, std::int32_t p, Sin
     const std::int64_t left = terms_left();
     if (left <= 0) break;
     capacity = static_cast<std::int32_t>(left);
-    w = out.next_block(capacity);
+    w = next_block_polled(out, capacity);
     w_end = w + capacity * stride;
   }
   out.finish(capacity - static_cast<std::int32_t>((w_end - w) / stride));
 }
 
 // add_merge dispatched on the words per monomial.
-template <class Sink>
+template <term_sink Sink>
 void add_terms(term_run A, term_run B, monomial_shape shape, std::int32_t p, bool subtract, Sink& out) {
   with_msize(shape.msize, [&](auto M) {
     if (subtract)

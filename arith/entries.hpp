@@ -1,10 +1,11 @@
-// The arithmetic entries behind mul_vorn, ads_vorn and scl_vorn: each checks
-// its arguments in its fixed order, reads the containers, runs the kernel
-// with owners for all of its memory, builds the result and prints the time
-// line.  Failures are thrown as vorn::error for the exported entry to raise.
+// The arithmetic entries behind mul_vorn, ads_vorn, scl_vorn and div_vorn:
+// each checks its arguments in its fixed order, reads the containers, runs
+// the kernel with owners for all of its memory, builds the result and prints
+// the time line.  Failures are thrown as vorn::error for the exported entry
+// to raise.
 #pragma once
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 
@@ -16,5 +17,10 @@ word add_entry(const callback_table& cbt, word args);
 
 // scl_vorn(p, num, den, f): f·num/den mod p, or f itself when it has no terms.
 word scale_entry(const callback_table& cbt, word args);
+
+// div_vorn(p, A, B [, name [, name]]): the host's true or false; on true the
+// fourth argument, when a name, gets 1 (or A itself when A has no terms) and
+// the fifth, when a name, the quotient container.
+word divide_entry(const callback_table& cbt, word args);
 
 }  // namespace vorn

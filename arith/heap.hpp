@@ -4,9 +4,9 @@
 // Slots are numbered from 1 (slot i at entries[i - 1]); every occupied slot
 // i > 1 has a key not larger than the key of slot i / 2.  Equal keys can sit
 // in different slots when neither lay on the other's insertion path;
-// heap_pop_equal joins them.  The heap never allocates: the caller sizes the
-// entry storage (heap_storage_entries for one slot per stream that can be in
-// the heap at once) and prepares it with heap_storage_init.
+// heap_pop_equal joins them.  The heap never allocates: the caller gives it
+// entry storage for one slot per stream that can be in the heap at once
+// (grow_heap_storage).
 //
 // Streams are named by their index; a chain runs through the caller's link
 // array (links[s] is the stream after s, no_stream ends it).  Walking a chain
@@ -14,19 +14,8 @@
 // else a stream holds: a link array of 4 bytes per stream stays in the first
 // level cache where whole stream records would not.
 //
-// Keys, by the key order the heap is built on:
-//  - key_order<1>: the one monomial word, compared as a signed 32-bit integer
-//    (the guard bit 31 is clear in every valid monomial);
-//  - wide_key_order: two monomial words held as one 64-bit integer, word 0
-//    above word 1, word 1 complemented in its 31 bits for tdeg (where the
-//    smaller word wins), so that one unsigned comparison gives the order of
-//    compare_monomials;
-//  - key_order<M> otherwise: the address of the stream's key buffer, compared
-//    word by word like compare_monomials.
-// The heap relies on guard bits being clear; it does not check them.
-//
-// Msize is the words per monomial fixed at compile time (1, 2, 3, ...), or 0
-// for a count read from the layout.
+// Keys, and how they order, are the key order's (key_order.hpp); the heap
+// holds its order and asks it.
 #pragma once
 
 #include <algorithm>
@@ -34,174 +23,22 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
+#include "arith/key_order.hpp"
+#include "host/memory.hpp"
 #include "host/words.hpp"
-#include "poly/monomial.hpp"
 
 namespace vorn {
 
 // The end of a chain.
 inline constexpr std::int32_t no_stream = -1;
 
-template <int Msize>
-struct heap_key {
-  using type = const word*;
-};
-template <>
-struct heap_key<1> {
-  using type = std::int32_t;
-};
-template <int Msize>
-using heap_key_t = typename heap_key<Msize>::type;
-
 template <class Key>
 struct basic_heap_entry {
   Key key;
   std::int32_t chain;  // first stream with this key; the rest follow through the links
 };
-
-template <int Msize>
-using heap_entry = basic_heap_entry<heap_key_t<Msize>>;
-
-// The order of keys: the layout's words per monomial and whether words after
-// the first compare reversed (tdeg).
-template <int Msize>
-struct key_order {
-  using key_type = heap_key_t<Msize>;
-  static constexpr bool integer_keys = Msize == 1;
-  static constexpr bool copies_key = true;
-
-  int msize;
-  bool tdeg;
-
-  bool less(key_type a, key_type b) const noexcept {
-    if constexpr (Msize == 1)
-      return a < b;
-    else
-      return compare_monomials<Msize>(a, b, msize, tdeg) < 0;
-  }
-  bool equal(key_type a, key_type b) const noexcept {
-    if constexpr (Msize == 1)
-      return a == b;
-    else
-      return monomials_equal<Msize>(a, b, msize);
-  }
-  // Writes the monomial of a key; key buffers are rewritten as streams
-  // advance, so a popped monomial must be copied out.
-  void copy(word* dest, key_type k) const noexcept {
-    if constexpr (Msize == 1) {
-      dest[0] = static_cast<word>(k);
-    } else {
-      const int m = Msize > 0 ? Msize : msize;
-      for (int i = 0; i < m; ++i) dest[i] = k[i];
-    }
-  }
-  // The key of the product of two monomials, formed in buffer (msize words)
-  // when keys are buffer addresses.
-  // With integer keys, the key of one term's monomial, and the key of a
-  // product from its factors' keys.
-  key_type term_key(const word* a) const noexcept
-    requires(Msize == 1)
-  {
-    return static_cast<std::int32_t>(a[0]);
-  }
-  key_type product_of_keys(key_type a, key_type b) const noexcept
-    requires(Msize == 1)
-  {
-    return static_cast<std::int32_t>(static_cast<word>(a) + static_cast<word>(b));
-  }
-  // The key of a product whose factor of key from is replaced by one of key
-  // to, from the product's key and step(from, to): wrapping arithmetic that
-  // is exact because the result is a valid key.
-  key_type step(key_type from, key_type to) const noexcept
-    requires(Msize == 1)
-  {
-    return static_cast<std::int32_t>(static_cast<word>(to) - static_cast<word>(from));
-  }
-  key_type stepped(key_type k, key_type step) const noexcept
-    requires(Msize == 1)
-  {
-    return product_of_keys(k, step);
-  }
-  key_type product_key(const word* a, const word* b, word* buffer) const noexcept {
-    if constexpr (Msize == 1) {
-      (void)buffer;
-      return static_cast<std::int32_t>(a[0] + b[0]);
-    } else {
-      monomial_add<Msize>(buffer, a, b, msize);
-      return buffer;
-    }
-  }
-};
-
-// Monomials keyed by their first two words as one integer: the top 32 bits
-// hold word 0, the low 32 bits word 1, exclusive-or'd with 2^31 - 1 for tdeg.
-// Both words are below 2^31, so the complement stays in 31 bits and the
-// integers order as compare_monomials orders the first two words.  With two
-// words per monomial that is the whole order, and a key gives back its
-// monomial.  With three (tdeg only), the caller guarantees that words 0 and 1
-// decide (see tdeg_decided_by_two_words); the popped monomial is then written
-// by the caller from a stream of the root, not from the key.
-template <int Msize>
-struct wide_key_order {
-  using key_type = std::uint64_t;
-  static constexpr bool integer_keys = true;
-  static constexpr bool copies_key = Msize == 2;
-
-  int msize;
-  bool tdeg;
-  word flip = tdeg ? 0x7fffffffu : 0u;
-
-  bool less(key_type a, key_type b) const noexcept { return a < b; }
-  bool equal(key_type a, key_type b) const noexcept { return a == b; }
-  key_type key_of(word w0, word w1) const noexcept {
-    return (static_cast<std::uint64_t>(w0) << 32) | (w1 ^ flip);
-  }
-  key_type key_of(const word* m) const noexcept { return key_of(m[0], m[1]); }
-  void copy(word* dest, key_type k) const noexcept {
-    if constexpr (copies_key) {
-      dest[0] = static_cast<word>(k >> 32);
-      dest[1] = static_cast<word>(k) ^ flip;
-    }
-  }
-  key_type product_key(const word* a, const word* b, word*) const noexcept {
-    return key_of(a[0] + b[0], a[1] + b[1]);
-  }
-  key_type term_key(const word* a) const noexcept { return key_of(a); }
-  // For tdeg, w ^ flip is flip - w in 31 bits, so the complemented low
-  // words add to the complement of their sum plus flip; sums of exponents
-  // stay below the guard bits, so nothing carries out of the low half.
-  key_type product_of_keys(key_type a, key_type b) const noexcept { return a + b - flip; }
-  key_type step(key_type from, key_type to) const noexcept { return to - from; }
-  key_type stepped(key_type k, key_type step) const noexcept { return k + step; }
-};
-
-// True when, for tdeg monomials of three words, words 0 and 1 decide the
-// order of any two products of terms whose field maxima (over both
-// operands) are maxima_a and maxima_b: word 0 starts with the total degree,
-// word 1 holds the last exponents, and when at most one field of word 2 is
-// non-zero anywhere, that field is the degree less the fields of word 1, so
-// equal words 0 and 1 mean equal monomials.
-inline bool tdeg_decided_by_two_words(word maxima_a2, word maxima_b2, int shift) noexcept {
-  const word used = maxima_a2 | maxima_b2;
-  const word mask = shift >= 32 ? ~word{0} : (word{1} << shift) - 1;
-  int fields = 0;
-  for (int position = 32 - shift; position >= 0; position -= shift)
-    if (((used >> position) & mask) != 0) ++fields;
-  return fields <= 1;
-}
-
-// The order the kernels use for Msize words per monomial.
-template <int Msize>
-struct kernel_key_order {
-  using type = key_order<Msize>;
-};
-template <>
-struct kernel_key_order<2> {
-  using type = wide_key_order<2>;
-};
-template <int Msize>
-using kernel_key_order_t = typename kernel_key_order<Msize>::type;
 
 // Integer keys keep sentinels around the slots: the largest key in front of
 // slot 1 and the smallest in every slot after n, so that the walk up from a
@@ -242,8 +79,31 @@ struct basic_term_heap {
   std::int32_t recent = 1;  // integer keys: the slot the last walking insertion ended at
 };
 
-template <int Msize>
-using term_heap = basic_term_heap<key_order<Msize>>;
+// Entry storage for capacity slots from the gateway, its sentinels written
+// and the n occupied slots at `entries` copied over; the old storage is
+// released.  Returns the address of slot 1, the heap's new entries.  Raises
+// "out of memory".  (The heap itself is not passed: a heap whose address
+// reaches no call outside the kernel stays in registers.)
+template <class Order>
+basic_heap_entry<typename Order::key_type>* grow_heap_storage(
+    gateway_array<basic_heap_entry<typename Order::key_type>>& storage, std::size_t capacity,
+    const basic_heap_entry<typename Order::key_type>* entries, std::int32_t n) {
+  using entry = basic_heap_entry<typename Order::key_type>;
+  gateway_array<entry> larger;
+  larger.data = static_cast<entry*>(gateway_take(heap_storage_entries<Order>(capacity), sizeof(entry)));
+  entry* const slots = heap_storage_init<Order>(larger.data, capacity);
+  if (n > 0) std::copy_n(entries, n, slots);
+  std::swap(storage.data, larger.data);  // the old storage goes with the local
+  return slots;
+}
+
+// Buffer keys follow their buffers when the buffer array moves from
+// `before` to `after`; integer keys stay as they are.
+template <class Order>
+void heap_move_buffers(basic_term_heap<Order>& h, const word* before, const word* after) noexcept {
+  if constexpr (!Order::integer_keys)
+    for (std::int32_t i = 0; i < h.n; ++i) h.entries[i].key = after + (h.entries[i].key - before);
+}
 
 // Places stream s under key: on the slot of an equal key met at the root or
 // on the way up from the new leaf, otherwise in a new slot with the path
@@ -364,29 +224,24 @@ inline void heap_remove_root(basic_term_heap<Order>& h) noexcept {
   }
 }
 
-// True when the root holds the monomial whose key was root_key (copied into
-// m): integer keys compare as they are, buffer keys through m, since the
-// buffer root_key named may have been rewritten.
+// True when the root holds a key equal to root_key.  Buffer keys can be
+// compared too: no stream moves on while a monomial's slots leave the heap,
+// so the buffer root_key names still holds that monomial.
 template <class Order>
-inline bool root_holds(const basic_term_heap<Order>& h, typename Order::key_type root_key, const word* m) noexcept {
-  if (h.n == 0) return false;
-  if constexpr (Order::integer_keys)
-    return h.entries[0].key == root_key;
-  else
-    return h.order.equal(h.entries[0].key, m);
+inline bool root_holds(const basic_term_heap<Order>& h, typename Order::key_type root_key) noexcept {
+  return h.n > 0 && h.order.equal(h.entries[0].key, root_key);
 }
 
-// Copies the largest monomial into m (msize words; left to the caller when
-// the order's keys do not hold whole monomials) and removes every stream
-// whose key equals it and that successive root removals reach, returning them
-// as one list through the links: slot by slot in the order of removal, each slot's
-// chain in its own order.  visit(stream) is called for each, in that order,
-// while the list is built.  Requires n >= 1.
+// Removes every stream whose key equals the largest and that successive root
+// removals reach, and returns them as one list through the links: slot by
+// slot in the order of removal, each slot's chain in its own order.
+// visit(stream) is called for each, in that order, while the list is built.
+// The caller copies the monomial out first (write_monomial) where it needs
+// it.  Requires n >= 1.
 template <class Order, class Visit>
-inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& visit) noexcept {
+inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, Visit&& visit) noexcept {
   std::int32_t* const links = h.links;
   const auto root_key = h.entries[0].key;
-  h.order.copy(m, root_key);
   const std::int32_t first = h.entries[0].chain;
   std::int32_t s = first;
   for (;;) {
@@ -396,11 +251,16 @@ inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& v
       last = s;
     }
     heap_remove_root(h);
-    if (!root_holds(h, root_key, m)) break;
+    if (!root_holds(h, root_key)) break;
     s = h.entries[0].chain;
     links[last] = s;
   }
   return first;
+}
+
+template <class Order>
+inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h) noexcept {
+  return heap_pop_equal(h, [](std::int32_t) noexcept {});
 }
 
 // Pops the same streams as heap_pop_equal, in the same order, and then hands
@@ -410,15 +270,14 @@ inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m, Visit&& v
 // chain that another slot's follows is walked to its end while popping.  For
 // callers whose insertions are all smaller than the popped monomial.
 template <class Order, class Take>
-inline void heap_take_equal(basic_term_heap<Order>& h, word* m, Take&& take) noexcept {
+inline void heap_take_equal(basic_term_heap<Order>& h, Take&& take) noexcept {
   std::int32_t* const links = h.links;
   const auto root_key = h.entries[0].key;
-  h.order.copy(m, root_key);
   const std::int32_t first = h.entries[0].chain;
   std::int32_t tail = first;  // the chain taken last
   for (;;) {
     heap_remove_root(h);
-    if (!root_holds(h, root_key, m)) break;
+    if (!root_holds(h, root_key)) break;
     while (links[tail] != no_stream) tail = links[tail];
     links[tail] = h.entries[0].chain;
     tail = h.entries[0].chain;
@@ -428,11 +287,6 @@ inline void heap_take_equal(basic_term_heap<Order>& h, word* m, Take&& take) noe
     take(s);
     s = next;
   }
-}
-
-template <class Order>
-inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h, word* m) noexcept {
-  return heap_pop_equal(h, m, [](std::int32_t) noexcept {});
 }
 
 }  // namespace vorn

@@ -1,6 +1,8 @@
 // The extended Euclidean algorithm in signed 32-bit arithmetic.
 #include "arith/mod_inverse.hpp"
 
+#include "host/error.hpp"
+
 namespace vorn {
 
 std::int32_t mod_inverse(std::int32_t a, std::int32_t m) noexcept {
@@ -25,6 +27,12 @@ std::int32_t mod_inverse(std::int32_t a, std::int32_t m) noexcept {
     sy = st;
   }
   return sy >= 0 ? sy : sy + m;
+}
+
+std::int32_t unit_inverse(std::int32_t a, std::int32_t p) {
+  const std::int32_t inverse = mod_inverse(a, p);
+  if (static_cast<std::int64_t>(inverse) * a % p != 1) fail("division by zero");
+  return inverse;
 }
 
 }  // namespace vorn

@@ -11,4 +11,8 @@ namespace vorn {
 // m divides a.
 std::int32_t mod_inverse(std::int32_t a, std::int32_t m) noexcept;
 
+// The inverse of a mod p (1 <= p < 2^31); raises "division by zero" when a
+// has none: a multiple of p, or sharing a factor with a composite p.
+std::int32_t unit_inverse(std::int32_t a, std::int32_t p);
+
 }  // namespace vorn

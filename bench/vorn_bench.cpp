@@ -31,7 +31,6 @@
 //
 // Times are wall seconds of single calls; nothing here decides correctness
 // beyond the equality checks, and nothing asserts a speed.
-#include <flint/nmod_mpoly.h>
 #include <gmp.h>
 
 #include <algorithm>
@@ -50,6 +49,7 @@
 #include "host/memory.hpp"
 #include "poly/container.hpp"
 #include "poly/pack.hpp"
+#include "support/flint_oracle.hpp"
 #include "vorn.h"
 
 namespace {
@@ -131,33 +131,12 @@ word option(const char* key, std::int64_t v) {
   return minikelto::unique(minikelto::make_equality(minikelto::make_name(key), integer(v)));
 }
 
-// FLINT's copy of a container's terms.
-struct flint_poly {
-  nmod_mpoly_t a;
-  const nmod_mpoly_ctx_struct* ctx;
-  explicit flint_poly(const nmod_mpoly_ctx_t c) : ctx(c) { nmod_mpoly_init(a, c); }
-  ~flint_poly() { nmod_mpoly_clear(a, ctx); }
-  flint_poly(const flint_poly&) = delete;
-  flint_poly& operator=(const flint_poly&) = delete;
-};
+using vorn::test::flint_context;
+using vorn::test::flint_poly;
 
+// FLINT's copy of a container's terms.
 void to_flint(flint_poly& F, word container, vorn::monomial_order order, int n, std::int32_t p) {
-  const vorn::term_block view = vorn::read_container(minikelto::callbacks(), container);
-  const int msize = vorn::layout_msize(view.layout);
-  const int shift = vorn::layout_shift(view.layout);
-  std::vector<std::uint32_t> e(static_cast<std::size_t>(n));
-  std::vector<ulong> ue(static_cast<std::size_t>(n));
-  nmod_mpoly_zero(F.a, F.ctx);
-  nmod_mpoly_fit_length(F.a, view.count, F.ctx);
-  for (std::int32_t t = 0; t < view.count; ++t) {
-    const word* term = view.terms + static_cast<std::ptrdiff_t>(t) * (msize + 1);
-    vorn::unpack_routine_of(order)(term, e.data(), n, shift);
-    std::copy(e.begin(), e.end(), ue.begin());
-    const std::int32_t c = minikelto::immediate_value(term[msize]);
-    nmod_mpoly_push_term_ui_ui(F.a, static_cast<ulong>(((c % p) + p) % p), ue.data(), F.ctx);
-  }
-  nmod_mpoly_sort_terms(F.a, F.ctx);
-  nmod_mpoly_combine_like_terms(F.a, F.ctx);
+  vorn::test::load(F, vorn::read_container(minikelto::callbacks(), container), order, n, p);
 }
 
 // Times one peer call per run both ways: into a fresh output, initialised
@@ -256,9 +235,8 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
   const word characteristic = option("characteristic", p);
   const word modulus = integer(p);
 
-  nmod_mpoly_ctx_t ctx;
-  nmod_mpoly_ctx_init(ctx, pr.n, order == vorn::monomial_order::plex ? ORD_LEX : ORD_DEGREVLEX,
-                      static_cast<mp_limb_t>(p));
+  const flint_context context(pr.n, order, p);
+  const auto& ctx = context.ctx;
   {
     const word A = call("kelto2vorn", {pr.f, ring, pack, characteristic});
     const word B = call("kelto2vorn", {pr.g, ring, pack, characteristic});
@@ -419,7 +397,6 @@ void run_problem(const problem& pr, std::int32_t p, const char* order_name, vorn
       add_row("  simp phase", count(P), simp, nullptr, {}, {});
     }
   }
-  nmod_mpoly_ctx_clear(ctx);
   minikelto::collect();
 }
 
@@ -538,8 +515,8 @@ std::vector<family_point> time_dense_family(const options& opt) {
   const word pack = option("pack", 4);
   const word characteristic = option("characteristic", p);
   minikelto::root_guard keep_pack(pack), keep_char(characteristic);
-  nmod_mpoly_ctx_t ctx;
-  nmod_mpoly_ctx_init(ctx, 4, ORD_DEGREVLEX, static_cast<mp_limb_t>(p));
+  const flint_context context(4, vorn::monomial_order::tdeg, p);
+  const auto& ctx = context.ctx;
   std::vector<family_point> points;
   for (int d = 5; d <= 25; d += opt.quick ? 10 : 4) {
     const word f = expanded_power(sum_of({integer(1), ring_vars[0], ring_vars[1], ring_vars[2], ring_vars[3]}), d);
@@ -568,7 +545,6 @@ std::vector<family_point> time_dense_family(const options& opt) {
     }
     minikelto::collect();
   }
-  nmod_mpoly_ctx_clear(ctx);
   return points;
 }
 

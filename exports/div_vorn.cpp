@@ -1,5 +1,5 @@
 // div_vorn(p, A, B [, name [, name]]).
-#include "arith/div_entry.hpp"
+#include "arith/entries.hpp"
 #include "exports/entry.hpp"
 
 VORN_EXPORT vorn_word div_vorn(const vorn_callback_table* cbt, vorn_word args) noexcept {

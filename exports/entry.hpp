@@ -10,7 +10,7 @@
 #include <new>
 
 #include "host/error.hpp"
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 #if defined(__GNUC__)
 #define VORN_EXPORT extern "C" __attribute__((visibility("default")))

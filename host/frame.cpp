@@ -5,7 +5,7 @@
 
 #include <ctime>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 

@@ -63,4 +63,12 @@ void read_info_level(const callback_table& cbt) noexcept;
 // Prints the time line of the kind when info_level is above its threshold.
 void report_time(const callback_table& cbt, time_kind kind, const timing& t) noexcept;
 
+// What every entry does first: the clocks started, then info_level refreshed.
+inline timing begin_entry(const callback_table& cbt) noexcept {
+  timing t;
+  t.start();
+  read_info_level(cbt);
+  return t;
+}
+
 }  // namespace vorn

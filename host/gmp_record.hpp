@@ -46,4 +46,19 @@ std::int32_t mpz_limb_count(mpz_srcptr z) noexcept;
 // it was); returns the words written.
 std::int32_t copy_record(word* out, const word* record) noexcept;
 
+// Residues mod p > 0 of the integers a coefficient can be: an immediate's
+// truncated remainder keeps its sign (in (-p, p)); a big integer's record
+// gives the floor residue (0 ... p - 1).
+inline std::int32_t record_residue(const word* record, std::int32_t p) noexcept {
+  return static_cast<std::int32_t>(record_fdiv_ui(record, static_cast<std::uint32_t>(p)));
+}
+// A host integer: an immediate or a big integer's handle.
+inline std::int32_t integer_residue(word h, std::int32_t p) noexcept {
+  return is_immediate(h) ? immediate_value(h) % p : record_residue(integer_record(h), p);
+}
+// A container's coefficient word: an immediate or the address of a record.
+inline std::int32_t coefficient_residue(word c, std::int32_t p) noexcept {
+  return is_immediate(c) ? immediate_value(c) % p : record_residue(word_to_pointer(c), p);
+}
+
 }  // namespace vorn

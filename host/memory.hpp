@@ -6,8 +6,10 @@
 // Tracked blocks come on LP64 from a low arena, so their addresses fit a word.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "host/words.hpp"
 
@@ -54,34 +56,25 @@ void free_term_blocks(term_block* first) noexcept;
 // Bytes of the tracked-block header in front of the usable memory.
 inline constexpr std::size_t tracked_header_bytes = sizeof(void*) == 4 ? 4 : 16;
 
-// Owners, so that every exit of a call releases what it took.
-struct tracked_list {
+// Owners, so that every exit of a call releases what it took, once: none
+// is copied.
+struct single_owner {
+  single_owner() = default;
+  single_owner(const single_owner&) = delete;
+  single_owner& operator=(const single_owner&) = delete;
+};
+
+struct tracked_list : single_owner {
   void* head = nullptr;
-  tracked_list() = default;
-  tracked_list(const tracked_list&) = delete;
-  tracked_list& operator=(const tracked_list&) = delete;
   ~tracked_list() { free_tracked(&head); }
 
   // Usable memory for count objects of size bytes; raises "out of memory".
   void* take(std::size_t count, std::size_t size);
 };
 
-struct term_block_list {
+struct term_block_list : single_owner {
   term_block* first = nullptr;
-  term_block_list() = default;
-  term_block_list(const term_block_list&) = delete;
-  term_block_list& operator=(const term_block_list&) = delete;
   ~term_block_list() { free_term_blocks(first); }
-};
-
-// A gateway block freed on scope exit.
-template <class T>
-struct gateway_array {
-  T* data = nullptr;
-  gateway_array() = default;
-  gateway_array(const gateway_array&) = delete;
-  gateway_array& operator=(const gateway_array&) = delete;
-  ~gateway_array() { gateway_free(data); }
 };
 
 // count * size, or raises "out of memory" when it does not fit a size_t.
@@ -89,5 +82,21 @@ std::size_t checked_bytes(std::size_t count, std::size_t size);
 
 // Allocates count objects of size bytes through the gateway or raises "out of memory".
 void* gateway_take(std::size_t count, std::size_t size);
+
+// A gateway block freed on scope exit.
+template <class T>
+struct gateway_array : single_owner {
+  T* data = nullptr;
+  ~gateway_array() { gateway_free(data); }
+
+  // Replaces the array by one of count elements that starts with the first
+  // kept elements of this one; raises "out of memory".
+  void grow(std::size_t kept, std::size_t count) {
+    gateway_array larger;
+    larger.data = static_cast<T*>(gateway_take(count, sizeof(T)));
+    if (data != nullptr) std::copy_n(data, kept, larger.data);
+    std::swap(data, larger.data);  // the old array goes with the local
+  }
+};
 
 }  // namespace vorn

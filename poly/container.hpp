@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 

@@ -21,9 +21,7 @@ word host_coefficient(const callback_table& cbt, word c) noexcept {
 }  // namespace
 
 word export_polynomial(const callback_table& cbt, word args) {
-  timing t;
-  t.start();
-  read_info_level(cbt);
+  timing t = begin_entry(cbt);
 
   if (seq_count(args) < 1 || !is_container(cbt, object_word(args, 1))) fail("expecting a polynomial");
   const word container = object_word(args, 1);

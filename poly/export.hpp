@@ -7,7 +7,7 @@
 // once at its final length.
 #pragma once
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 

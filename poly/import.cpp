@@ -17,6 +17,17 @@ namespace vorn {
 
 namespace {
 
+// What packing one term needs, fixed once per call.
+struct term_packer {
+  word variables;           // the ring's variable SEQ
+  int n;                    // number of ring variables
+  int shift;                // field width
+  int msize;
+  bool graded;              // grlex or tdeg: the total degree has a field too
+  pack_routine pack;
+  std::uint32_t* exponents;  // scratch for n exponents
+};
+
 [[noreturn]] void not_expanded() { fail("expecting an expanded polynomial"); }
 
 // Exponents of a NAME, NAMEREF or PROD term over the ring variables.  Bases
@@ -58,12 +69,10 @@ void check_fits(const term_packer& packer) {
   if (!exponents_fit(packer.exponents, packer.n, packer.shift, packer.graded)) fail("exponent overflow");
 }
 
-// The residue of an integer word mod p > 0: truncating (sign kept) for an
-// immediate, floor (0 ... p - 1) for a big integer.
+// The residue of an integer coefficient mod p > 0 (see integer_residue).
 std::int32_t residue(word c, std::int32_t p) {
-  if (is_immediate(c)) return immediate_value(c) % p;
-  if (is_big_integer(c)) return static_cast<std::int32_t>(record_fdiv_ui(integer_record(c), static_cast<std::uint32_t>(p)));
-  not_expanded();
+  if (!is_immediate(c) && !is_big_integer(c)) not_expanded();
+  return integer_residue(c, p);
 }
 
 // The coefficient word of an integer with characteristic 0.
@@ -73,8 +82,11 @@ word exact_coefficient(word c) {
   not_expanded();
 }
 
-}  // namespace
-
+// Packs the SUM's (length - 1) / 2 terms into `terms` (zeroed, room for all of
+// them) and returns how many vanished mod p (always 0 when p = 0).  Raises
+// "expecting an expanded polynomial" for a term, coefficient or ring-variable
+// exponent of another kind, and "exponent overflow" for a surviving term that
+// does not fit its fields; the first offending term decides.
 std::int32_t import_sum_terms(word* terms, word sum, const term_packer& packer, std::int32_t length,
                               std::int32_t p) {
   const word* pairs = object_words(sum);
@@ -119,20 +131,15 @@ std::int32_t import_sum_terms(word* terms, word sum, const term_packer& packer, 
   return count - static_cast<std::int32_t>((at - terms) / stride);
 }
 
+}  // namespace
+
 word import_polynomial(const callback_table& cbt, word args) {
-  timing t;
-  t.start();
-  read_info_level(cbt);
+  timing t = begin_entry(cbt);
 
-  const std::int32_t argc = seq_count(args);
-  if (argc < 2 || handle_type(object_word(args, 2)) != funcall) fail("expecting a polynomial and a monomial order");
+  if (seq_count(args) < 2 || handle_type(object_word(args, 2)) != funcall)
+    fail("expecting a polynomial and a monomial order");
   const word ring = object_word(args, 2);
-
-  conversion_options options{1, 0};
-  const option_names names(cbt);
-  for (std::int32_t i = 3; i <= argc; ++i)
-    if (!read_option(object_word(args, i), names, options)) fail("invalid argument");
-  check_options(options);
+  const conversion_options options = read_options(cbt, args, 3, {1, 0});
   const std::int32_t p = options.characteristic;
 
   packing packed = make_layout(cbt, ring, options.pack);
@@ -151,7 +158,7 @@ word import_polynomial(const callback_table& cbt, word args) {
   const std::int32_t type = handle_type(f);
   if (is_immediate(f)) {
     if (info_level > 3) host_printf(cbt, " IMMEDIATE 1\n");
-    const std::int32_t c = p > 0 ? immediate_value(f) % p : immediate_value(f);
+    const std::int32_t c = p > 0 ? integer_residue(f, p) : immediate_value(f);
     container = new_container(cbt, ring, c != 0 ? 1 : 0, layout);
     if (c != 0) read_container(cbt, container).terms[msize] = make_immediate(c);
   } else if (type == name || type == nameref || type == prod) {
@@ -168,7 +175,7 @@ word import_polynomial(const callback_table& cbt, word args) {
   } else if (type == intpos || type == intneg) {
     if (info_level > 3) host_printf(cbt, type == intpos ? " INTPOS %d\n" : " INTNEG %d\n", object_length(f));
     const word* record = integer_record(f);
-    const std::int32_t r = p != 0 ? static_cast<std::int32_t>(record_fdiv_ui(record, static_cast<std::uint32_t>(p))) : 1;
+    const std::int32_t r = p != 0 ? integer_residue(f, p) : 1;
     container = new_container(cbt, ring, r != 0 ? 1 : 0, layout);
     if (r != 0) read_container(cbt, container).terms[msize] = p != 0 ? make_immediate(r) : pointer_to_word(record);
   } else if (type == sum) {
@@ -187,13 +194,17 @@ word import_polynomial(const callback_table& cbt, word args) {
   }
 
   const term_block view = read_container(cbt, container);
+  return finish_conversion(cbt, t, container, view, true, packed.layout);
+}
+
+word finish_conversion(const callback_table& cbt, timing& t, word container, const term_block& view, bool sort,
+                       layout_owner& layout) {
   t.phase_begin = cpu_clock();
-  if (view.count > 1) sort_terms(view.terms, view.layout, 0, view.count - 1, view.count);
+  if (sort && view.count > 1) sort_terms(view.terms, view.layout, 0, view.count - 1, view.count);
   t.phase_end = cpu_clock();
   set_container_big_block(container, copy_big_coefficients(cbt, view));
-
   t.cpu_end = cpu_clock();
-  packed.layout.reset();  // the container holds its own copy
+  layout.reset();  // the container holds its own copy
   t.wall_end = wall_clock();
   report_time(cbt, time_kind::import, t);
   return host_unique(cbt, container);

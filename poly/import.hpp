@@ -11,32 +11,21 @@
 
 #include <cstdint>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
+#include "host/frame.hpp"
 #include "poly/pack.hpp"
 
 namespace vorn {
 
-// What packing one term needs, fixed once per call.
-struct term_packer {
-  word variables;           // the ring's variable SEQ
-  int n;                    // number of ring variables
-  int shift;                // field width
-  int msize;
-  bool graded;              // grlex or tdeg: the total degree has a field too
-  pack_routine pack;
-  std::uint32_t* exponents;  // scratch for n exponents
-};
-
-// Packs the SUM's (length - 1) / 2 terms into `terms` (zeroed, room for all of
-// them) and returns how many vanished mod p (always 0 when p = 0).  Raises
-// "expecting an expanded polynomial" for a term, coefficient or ring-variable
-// exponent of another kind, and "exponent overflow" for a surviving term that
-// does not fit its fields; the first offending term decides.
-std::int32_t import_sum_terms(word* terms, word sum, const term_packer& packer, std::int32_t length,
-                              std::int32_t p);
-
 // The kelto2vorn entry: (polynomial, order [, pack = k] [, characteristic = p])
 // -> a unique container.
 word import_polynomial(const callback_table& cbt, word args);
+
+// The end of a conversion into `container` (view: its terms): the terms
+// sorted when `sort` (the time line's sort phase), the big-integer block, the
+// layout released (the container holds its own copy), the time line, and the
+// container made unique.
+word finish_conversion(const callback_table& cbt, timing& t, word container, const term_block& view, bool sort,
+                       layout_owner& layout);
 
 }  // namespace vorn

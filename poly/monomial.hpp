@@ -14,16 +14,22 @@
 
 namespace vorn {
 
+// Words after word 0 of a tdeg monomial hold the exponents reversed: there
+// the smaller word is the larger monomial.  Exclusive-or'd with its compare
+// mask, every word of every layout orders as a plain unsigned word (words are
+// below 2^31, so the complement stays in 31 bits).  The comparison, the heap's
+// integer keys and the sum's merge all order words through this mask.
+inline constexpr word compare_mask(int i, bool tdeg) noexcept { return i > 0 && tdeg ? 0x7fffffffu : 0u; }
+
 // Positive when a is greater in the layout's order, negative when smaller,
-// 0 when equal.  Words after word 0 of a tdeg monomial hold the exponents
-// reversed, where the smaller word wins, hence the negation.
+// 0 when equal.
 template <int Msize>
 inline std::int32_t compare_monomials(const word* a, const word* b, int msize, bool tdeg) noexcept {
   const int m = Msize > 0 ? Msize : msize;
   for (int i = 0; i < m; ++i) {
     if (a[i] != b[i]) {
-      const auto d = static_cast<std::int32_t>(a[i] - b[i]);
-      return (i > 0 && tdeg) ? -d : d;
+      const word mask = compare_mask(i, tdeg);
+      return (a[i] ^ mask) > (b[i] ^ mask) ? 1 : -1;
     }
   }
   return 0;
@@ -46,13 +52,6 @@ template <int Msize>
 inline void monomial_add(word* r, const word* a, const word* b, int msize) noexcept {
   const int m = Msize > 0 ? Msize : msize;
   for (int i = 0; i < m; ++i) r[i] = a[i] + b[i];
-}
-
-// The quotient's monomial; a borrow shows as a set guard bit.
-template <int Msize>
-inline void monomial_sub(word* r, const word* a, const word* b, int msize) noexcept {
-  const int m = Msize > 0 ? Msize : msize;
-  for (int i = 0; i < m; ++i) r[i] = a[i] - b[i];
 }
 
 // True when some field of m reaches its guard bit (all mask words are equal).

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "host/error.hpp"
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 
@@ -47,6 +47,19 @@ inline bool read_option(word argument, const option_names& names, conversion_opt
 inline void check_options(const conversion_options& options) {
   if (options.characteristic < 0) fail("negative modulus");
   if (options.pack < 1 || options.pack > 32) fail("invalid argument");
+}
+
+// The options among arguments first ... of args over `defaults`; raises
+// "invalid argument" for any other argument, then checks them as
+// check_options does.
+inline conversion_options read_options(const callback_table& cbt, word args, std::int32_t first,
+                                       conversion_options defaults) {
+  conversion_options options = defaults;
+  const option_names names(cbt);
+  for (std::int32_t i = first; i <= seq_count(args); ++i)
+    if (!read_option(object_word(args, i), names, options)) fail("invalid argument");
+  check_options(options);
+  return options;
 }
 
 }  // namespace vorn

@@ -85,22 +85,22 @@ void unpack_tdeg(const word* source, std::uint32_t* exponents, int n, int shift)
   for (int i = n - 1; i >= 0; --i, c.advance()) exponents[i] = read_field(source, c);
 }
 
-pack_routine pack_routine_of(monomial_order order) noexcept {
-  switch (order) {
-    case monomial_order::plex: return pack_plex;
-    case monomial_order::grlex: return pack_grlex;
-    case monomial_order::tdeg: return pack_tdeg;
-  }
-  return pack_plex;
-}
+namespace {
 
+// The routines of each order, in the order of monomial_order.
+struct order_routines {
+  pack_routine pack;
+  unpack_routine unpack;
+};
+constexpr order_routines routines_of[] = {
+    {pack_plex, unpack_plex}, {pack_grlex, unpack_grlex}, {pack_tdeg, unpack_tdeg}};
+static_assert(static_cast<int>(monomial_order::tdeg) == 2);
+
+}  // namespace
+
+pack_routine pack_routine_of(monomial_order order) noexcept { return routines_of[static_cast<int>(order)].pack; }
 unpack_routine unpack_routine_of(monomial_order order) noexcept {
-  switch (order) {
-    case monomial_order::plex: return unpack_plex;
-    case monomial_order::grlex: return unpack_grlex;
-    case monomial_order::tdeg: return unpack_tdeg;
-  }
-  return unpack_plex;
+  return routines_of[static_cast<int>(order)].unpack;
 }
 
 monomial_order select_order(const callback_table& cbt, word order_argument) {

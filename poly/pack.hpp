@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 #include "host/memory.hpp"
 
 namespace vorn {

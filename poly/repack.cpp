@@ -9,12 +9,24 @@
 #include "host/gmp_record.hpp"
 #include "poly/container.hpp"
 #include "poly/exponent_buffer.hpp"
+#include "poly/import.hpp"
 #include "poly/options.hpp"
-#include "poly/sort.hpp"
-#include "poly/term_block.hpp"
 
 namespace vorn {
 
+namespace {
+
+// What convert_terms needs of one side of the conversion.
+struct ring_side {
+  word variables;  // the variable SEQ
+  const word* layout;
+};
+
+// Re-encodes n terms from `source` into the zeroed `dest`; with p > 0 the
+// coefficients become residues (truncating for immediates, floor for big
+// integers) and terms whose residue is 0 are dropped, the survivors keeping
+// their order.  Returns the number dropped.  Raises "exponent overflow" for a
+// surviving term that does not fit the new fields, and "out of memory".
 std::int32_t convert_terms(const word* source, word* dest, ring_side from, ring_side to,
                            unpack_routine unpack, pack_routine pack, bool graded, std::int32_t n,
                            std::int32_t p) {
@@ -52,9 +64,7 @@ std::int32_t convert_terms(const word* source, word* dest, ring_side from, ring_
   for (std::int32_t t = 0; t < n; ++t, source += source_stride) {
     word c = source[old_msize];
     if (p != 0) {
-      const std::int32_t r = is_immediate(c)
-                                 ? immediate_value(c) % p  // sign kept
-                                 : static_cast<std::int32_t>(record_fdiv_ui(word_to_pointer(c), static_cast<std::uint32_t>(p)));
+      const std::int32_t r = coefficient_residue(c, p);
       if (r == 0) continue;
       c = make_immediate(r);
     }
@@ -68,10 +78,10 @@ std::int32_t convert_terms(const word* source, word* dest, ring_side from, ring_
   return n - static_cast<std::int32_t>((out - dest) / dest_stride);
 }
 
+}  // namespace
+
 word repack_polynomial(const callback_table& cbt, word args) {
-  timing t;
-  t.start();
-  read_info_level(cbt);
+  timing t = begin_entry(cbt);
 
   const std::int32_t argc = seq_count(args);
   if (argc < 1) fail("expecting a polynomial");
@@ -83,18 +93,10 @@ word repack_polynomial(const callback_table& cbt, word args) {
   const int old_shift = layout_shift(old_view.layout);
   const int old_msize = layout_msize(old_view.layout);
   const word old_ring = container_ring(A);
-  conversion_options options{32 / old_shift, 0};
-  word new_ring = old_ring;
-  const option_names names(cbt);
-  for (std::int32_t i = 2; i <= argc; ++i) {
-    const word argument = object_word(args, i);
-    if (i == 2 && handle_type(argument) == funcall) {
-      new_ring = argument;
-      continue;
-    }
-    if (!read_option(argument, names, options)) fail("invalid argument");
-  }
-  check_options(options);
+  // A new ring, when given, comes first.
+  const bool ring_given = handle_type(object_word(args, 2)) == funcall;
+  const word new_ring = ring_given ? object_word(args, 2) : old_ring;
+  const conversion_options options = read_options(cbt, args, ring_given ? 3 : 2, {32 / old_shift, 0});
   const std::int32_t p = options.characteristic;
   if (p == 0 && new_ring == old_ring && options.pack == 32 / old_shift) return A;
 
@@ -118,16 +120,7 @@ word repack_polynomial(const callback_table& cbt, word args) {
     view = read_container(cbt, container);
     sort = true;
   }
-  t.phase_begin = cpu_clock();
-  if (sort && view.count > 1) sort_terms(view.terms, view.layout, 0, view.count - 1, view.count);
-  t.phase_end = cpu_clock();
-  set_container_big_block(container, copy_big_coefficients(cbt, view));
-
-  t.cpu_end = cpu_clock();
-  packed.layout.reset();
-  t.wall_end = wall_clock();
-  report_time(cbt, time_kind::import, t);
-  return host_unique(cbt, container);
+  return finish_conversion(cbt, t, container, view, sort, packed.layout);
 }
 
 }  // namespace vorn

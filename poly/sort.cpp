@@ -169,14 +169,4 @@ void sort_terms(word* terms, const word* layout, std::int32_t lo, std::int32_t h
   with_sorter(terms, layout, trace, [&](const auto& s) { s.quick(lo, hi, budget, 1); });
 }
 
-void shell_sort_terms(word* first, const word* layout, std::int32_t count) noexcept {
-  if (count < 2) return;
-  with_sorter(first, layout, nullptr, [&](const auto& s) { s.shell(0, count); });
-}
-
-void insertion_sort_terms(word* first, const word* layout, std::int32_t count) noexcept {
-  if (count < 2) return;
-  with_sorter(first, layout, nullptr, [&](const auto& s) { s.insertion(0, count); });
-}
-
 }  // namespace vorn

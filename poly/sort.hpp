@@ -26,10 +26,4 @@ struct sort_trace {
 void sort_terms(word* terms, const word* layout, std::int32_t lo, std::int32_t hi, std::int32_t budget,
                 sort_trace* trace = nullptr) noexcept;
 
-// Shell sort of count terms from `first`.
-void shell_sort_terms(word* first, const word* layout, std::int32_t count) noexcept;
-
-// Insertion sort of count terms from `first`; equal monomials keep their order.
-void insertion_sort_terms(word* first, const word* layout, std::int32_t count) noexcept;
-
 }  // namespace vorn

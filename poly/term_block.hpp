@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 

@@ -7,7 +7,6 @@
 #include <random>
 #include <vector>
 
-#include "arith/add.hpp"
 #include "arith/grow.hpp"
 #include "arith/mod_inverse.hpp"
 #include "host/words.hpp"

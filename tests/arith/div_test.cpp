@@ -1,24 +1,22 @@
-// Exact division: (Q·B)/B gives Q back in every order and width, wherever the
-// quotient heap switches to the divisor heap; Q·B + R is refused; sums of
-// thousands of products near p^2 stay exact; the entry's messages come in
-// their order.  On 64-bit builds FLINT answers the same divisions.
+// Exact division, through a vector sink: (Q·B)/B gives Q back in every order
+// and width, wherever the quotient heap switches to the divisor heap, with
+// one poll per new block; Q·B + R is refused; sums of thousands of products
+// near p^2 stay exact.  On 64-bit builds FLINT answers the same divisions.
+// The entry's messages are the entry checks'.
 #include <gtest/gtest.h>
 
 #include <map>
 #include <optional>
 #include <string>
 
-#include "support/packed_terms.hpp"
-#include "arith/heap_divide.hpp"
-#include "arith/mul.hpp"
+#include "arith/divide.hpp"
+#include "arith/multiply.hpp"
 #include "host/error.hpp"
-#include "host/frame.hpp"
-#include "poly/container.hpp"
-#include "support/host_fixture.hpp"
+#include "support/packed_terms.hpp"
 #include "support/test_seed.hpp"
 
 #ifdef VORN_HAVE_FLINT
-#include <flint/nmod_mpoly.h>
+#include "support/flint_oracle.hpp"
 #endif
 
 namespace vorn {
@@ -49,11 +47,12 @@ test_poly from_terms(const std::vector<test_term>& terms, const ring_case& rc) {
 // Q·B mod p; the terms are unpacked only when asked (large products stay packed).
 test_poly times(const test_poly& Q, const test_poly& B, const ring_case& rc, std::int32_t p, bool unpack = true) {
   const std::vector<word> layout = make_test_layout(rc);
-  vector_sink out{layout_msize(layout.data()), {}, {}};
+  vector_sink out{layout_msize(layout.data())};
   tracked_list scratch;
   multiply_terms(Q.run(), B.run(), shape_of(layout.data()), p, scratch, out);
   test_poly f;
   f.packed = out.terms();
+  f.msize = out.msize;
   if (unpack) f.terms = unpack_terms(f.packed, rc);
   return f;
 }
@@ -83,27 +82,20 @@ test_poly remainder_for(std::mt19937& rng, const test_poly& B, const ring_case& 
   return from_terms(kept, rc);
 }
 
-class Division : public host_test {
+class Division : public ::testing::Test {
  protected:
+  vector_sink last{0};  // the sink of the last division
+
   // The kernel's answer: the quotient's terms, or none.
   std::optional<std::vector<test_term>> divide(const test_poly& A, const test_poly& B, const ring_case& rc,
-                                               std::int32_t p, std::int32_t first_block = 0) {
-    std::vector<word> layout = make_test_layout(rc);
-    const auto stride = static_cast<std::ptrdiff_t>(layout_msize(layout.data()) + 1);
-    const term_block a{const_cast<word*>(A.packed.data()), layout.data(),
-                       static_cast<std::int32_t>(static_cast<std::ptrdiff_t>(A.packed.size()) / stride), nullptr};
-    const term_block b{const_cast<word*>(B.packed.data()), layout.data(),
-                       static_cast<std::int32_t>(static_cast<std::ptrdiff_t>(B.packed.size()) / stride), nullptr};
+                                               std::int32_t p, std::int32_t first_block = 0, int level = 0) {
+    const std::vector<word> layout = make_test_layout(rc);
+    last = vector_sink{layout_msize(layout.data()), level};
     tracked_list scratch;
-    term_block_list quotient;
-    if (!heap_divide(cbt(), scratch, p, a, b, quotient, {first_block})) {
-      EXPECT_EQ(quotient.first, nullptr);
+    if (!divide_terms(A.run(), B.run(), shape_of(layout.data()), p, scratch, last, {first_block}))
       return std::nullopt;
-    }
-    std::vector<word> packed;
-    for (const term_block* block = quotient.first; block != nullptr; block = block->next)
-      packed.insert(packed.end(), block->terms, block->terms + block->count * stride);
-    return unpack_terms(packed, rc);
+    EXPECT_EQ(last.polls, static_cast<int>(last.blocks.size()) - 1) << "one poll per block after the first";
+    return unpack_terms(last.terms(), rc);
   }
 
   // The kernel's message for a division that must raise.
@@ -117,8 +109,8 @@ class Division : public host_test {
   }
 
   void expect_quotient(const test_poly& A, const test_poly& B, const test_poly& Q, const ring_case& rc,
-                       std::int32_t p, std::int32_t first_block = 0) {
-    const auto q = divide(A, B, rc, p, first_block);
+                       std::int32_t p, std::int32_t first_block = 0, int level = 0) {
+    const auto q = divide(A, B, rc, p, first_block, level);
     ASSERT_TRUE(q.has_value()) << "first block " << first_block;
     ASSERT_EQ(q->size(), Q.terms.size()) << "first block " << first_block;
     for (std::size_t i = 0; i < q->size(); ++i) {
@@ -169,15 +161,12 @@ TEST_F(Division, SwitchPlacementDoesNotChangeTheQuotient) {
     const test_poly B = random_poly(rng, rc, s.b, 20, 1, 32002);
     const test_poly Q = random_poly(rng, rc, s.q, 25, 1, 32002);
     const test_poly A = times(Q, B, rc, 32003);
-    info_level = 5;  // the kernel reads the level an entry would have refreshed
-    expect_quotient(A, B, Q, rc, 32003);
-    const std::string lines = output();
-    EXPECT_NE(lines.find("switch!"), std::string::npos);
+    expect_quotient(A, B, Q, rc, 32003, 0, 5);
+    EXPECT_NE(last.lines.find("switch!"), std::string::npos);
     if (s.b <= 1024) {
-      EXPECT_EQ(lines.find("alloc 300 terms\n"), 0u);
-      EXPECT_NE(lines.find("dn=299 terms, heap=599\n"), std::string::npos) << lines;
+      EXPECT_EQ(last.capacities[0], 300);
+      EXPECT_EQ(last.lines, "switch! qn=" + std::to_string(last.capacities[1]) + " terms, dn=299 terms, heap=599\n");
     }
-    info_level = 0;
     const auto never = static_cast<std::int32_t>(Q.terms.size()) + 1;
     for (std::int32_t first : {1, 2, 37, 1024, never}) expect_quotient(A, B, Q, rc, 32003, first);
   }
@@ -198,36 +187,19 @@ TEST_F(Division, ExactSumsNearP) {
 
 #ifdef VORN_HAVE_FLINT
 // FLINT's answer for A / B, as exponents and residues.
-std::optional<term_map> flint_divides(const test_poly& A, const test_poly& B, int n, std::int32_t p) {
-  nmod_mpoly_ctx_t ctx;
-  nmod_mpoly_ctx_init(ctx, static_cast<slong>(n), ORD_LEX, static_cast<mp_limb_t>(p));
-  nmod_mpoly_t a, b, q;
-  nmod_mpoly_init(a, ctx);
-  nmod_mpoly_init(b, ctx);
-  nmod_mpoly_init(q, ctx);
-  std::vector<ulong> e(static_cast<std::size_t>(n));
-  auto load = [&](nmod_mpoly_t f, const test_poly& g) {
-    for (const test_term& t : g.terms) {
-      std::copy(t.e.begin(), t.e.end(), e.begin());
-      nmod_mpoly_push_term_ui_ui(f, static_cast<ulong>(((t.c % p) + p) % p), e.data(), ctx);
-    }
-    nmod_mpoly_sort_terms(f, ctx);
-    nmod_mpoly_combine_like_terms(f, ctx);
-  };
-  load(a, A);
-  load(b, B);
-  std::optional<term_map> out;
-  if (nmod_mpoly_divides(q, a, b, ctx)) {
-    out.emplace();
-    for (slong i = 0; i < nmod_mpoly_length(q, ctx); ++i) {
-      nmod_mpoly_get_term_exp_ui(e.data(), q, i, ctx);
-      (*out)[exponents(e.begin(), e.end())] = static_cast<std::int64_t>(nmod_mpoly_get_term_coeff_ui(q, i, ctx));
-    }
+std::optional<term_map> flint_divides(const test_poly& A, const test_poly& B, const ring_case& rc, std::int32_t p) {
+  std::vector<word> layout = make_test_layout(rc);
+  flint_context ctx(rc.n, rc.order, p);
+  flint_poly a(ctx), b(ctx), q(ctx);
+  load(a, A.view(layout), rc.order, rc.n, p);
+  load(b, B.view(layout), rc.order, rc.n, p);
+  if (!nmod_mpoly_divides(q.a, a.a, b.a, ctx.ctx)) return std::nullopt;
+  term_map out;
+  std::vector<ulong> e(static_cast<std::size_t>(rc.n));
+  for (slong i = 0; i < nmod_mpoly_length(q.a, ctx.ctx); ++i) {
+    nmod_mpoly_get_term_exp_ui(e.data(), q.a, i, ctx.ctx);
+    out[exponents(e.begin(), e.end())] = static_cast<std::int64_t>(nmod_mpoly_get_term_coeff_ui(q.a, i, ctx.ctx));
   }
-  nmod_mpoly_clear(q, ctx);
-  nmod_mpoly_clear(b, ctx);
-  nmod_mpoly_clear(a, ctx);
-  nmod_mpoly_ctx_clear(ctx);
   return out;
 }
 #endif
@@ -262,9 +234,9 @@ TEST_F(Division, RandomProductsDivideBack) {
           EXPECT_FALSE(divide(AR, B, rc, p, first));
         }
 #ifdef VORN_HAVE_FLINT
-        EXPECT_EQ(flint_divides(A, B, rc.n, p), as_map(Q.terms));
+        EXPECT_EQ(flint_divides(A, B, rc, p), as_map(Q.terms));
         if (!R.terms.empty()) {
-          EXPECT_FALSE(flint_divides(AR, B, rc.n, p));
+          EXPECT_FALSE(flint_divides(AR, B, rc, p));
         }
 #endif
       }
@@ -299,57 +271,6 @@ TEST_F(Division, BenchmarkQuotients) {
                                        sparse),
                             12, sparse);
   expect_quotient(times(u, v, sparse, big_prime, false), u, v, sparse, big_prime);
-}
-
-// ---- The entry ----
-
-class DivisionEntry : public Division {
- protected:
-  const ring_case rc{monomial_order::tdeg, 3, 4};
-  std::vector<word> layout = make_test_layout(rc);
-
-  word ring() { return funcall("tdeg", {name("x"), name("y"), name("z")}); }
-  word container(const test_poly& f, word r, const std::vector<word>& with_layout) {
-    const word c = new_container(cbt(), r, static_cast<std::int32_t>(f.terms.size()), with_layout.data());
-    std::copy(f.packed.begin(), f.packed.end(), read_container(cbt(), c).terms);
-    return unique(c);
-  }
-  word container(const test_poly& f) { return container(f, ring(), layout); }
-};
-
-TEST_F(DivisionEntry, MessagesInTheirOrder) {
-  const std::uint32_t seed = test::test_seed(5);
-  SCOPED_TRACE(test::seed_note(seed));
-  std::mt19937 rng(seed);
-  const test_poly F = random_poly(rng, rc, 30, 6, 1, 100);
-  const word A = container(F);
-  const word zero = container(test_poly{});
-  const word p = integer(101);
-  std::vector<word> wide = make_test_layout({monomial_order::tdeg, 3, 2});
-  word big = new_container(cbt(), ring(), 0, layout.data());
-  set_container_big_block(big, minikelto::make_array(1));
-  big = unique(big);
-
-  EXPECT_EQ(call_error("div_vorn", {p, A}), "expecting a modulus and at least two polynomials");
-  EXPECT_EQ(call_error("div_vorn", {integer(std::int64_t{1} << 40), A, zero}),
-            "first argument should be an immediate integer modulus");
-  EXPECT_EQ(call_error("div_vorn", {p, A, name("x")}), "expecting a polynomial");
-  EXPECT_EQ(call_error("div_vorn", {p, container(F, funcall("tdeg", {name("x"), name("y")}), layout), zero}),
-            "the polynomials are not in the same ring");
-  EXPECT_EQ(call_error("div_vorn", {p, container(F, ring(), wide), zero}), "the polynomials are packed differently");
-  EXPECT_EQ(call_error("div_vorn", {integer(0), A, zero}), "division by zero");
-  EXPECT_EQ(call_error("div_vorn", {p, big, A}), "inputs must be reduced mod p");
-  EXPECT_EQ(call_error("div_vorn", {integer(0), A, A}), "only mod p computations are supported");
-  EXPECT_EQ(call_error("div_vorn", {integer(-101), A, A}), "negative modulus");
-  // A leading coefficient with no inverse is found once the first block is out.
-  set_info_level(4);
-  EXPECT_EQ(call_error("div_vorn", {integer(7), A, container(from_terms({{{1, 0, 0}, 14}}, rc))}),
-            "division by zero");
-  EXPECT_EQ(output(), "alloc 1 terms\n");
-  unset_info_level();
-  // A zero dividend answers true before p is looked at.
-  EXPECT_EQ(call_ok("div_vorn", {integer(0), big, A}), minikelto::true_value());
-  EXPECT_EQ(call_ok("div_vorn", {integer(-101), zero, A}), minikelto::true_value());
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// mul_vorn, ads_vorn and scl_vorn at their edges: every message in the order
-// of checks, the short cuts that return an operand itself, the by-level lines
-// and the time line's phases.  Faults of every allocation and poll are the
+// mul_vorn, ads_vorn, scl_vorn and div_vorn at their edges: every message in
+// the order of checks, the short cuts that return an operand itself, the
+// by-level lines and the time line's phases.  Faults of every allocation and poll are the
 // fault sweep's (tests/hardening).
 #include <string>
 #include <vector>
@@ -131,6 +131,30 @@ TEST_F(EntryChecks, ScalingMessagesAndFactors) {
   const word by_residues = call_ok("scl_vorn", {p(101), integer(-1), integer(3), f});
   const word by_big = call_ok("scl_vorn", {p(101), integer("-100000000000000000000"), integer("300000000000000000000"), f});
   expect_same_terms(by_big, by_residues, 101);
+}
+
+TEST_F(EntryChecks, DivisionMessagesInTheirOrder) {
+  const word other_ring = import(dense_power(xy, 2), ring("plex", xy), 4, 101);
+  const word big = with_big_block();
+  EXPECT_EQ(call_error("div_vorn", {p(101), A}), "expecting a modulus and at least two polynomials");
+  EXPECT_EQ(call_error("div_vorn", {xy[0], A, empty}), "first argument should be an immediate integer modulus");
+  EXPECT_EQ(call_error("div_vorn", {p(101), A, xy[0]}), "expecting a polynomial");
+  EXPECT_EQ(call_error("div_vorn", {p(101), other_ring, empty}), "the polynomials are not in the same ring");
+  EXPECT_EQ(call_error("div_vorn", {p(101), import(dense_power(xy, 2), tdeg_xy, 2, 101), empty}),
+            "the polynomials are packed differently");
+  EXPECT_EQ(call_error("div_vorn", {p(0), A, empty}), "division by zero");
+  EXPECT_EQ(call_error("div_vorn", {p(101), big, A}), "inputs must be reduced mod p");
+  EXPECT_EQ(call_error("div_vorn", {p(0), A, A}), "only mod p computations are supported");
+  EXPECT_EQ(call_error("div_vorn", {p(-101), A, A}), "negative modulus");
+  // A leading coefficient with no inverse is found once the first block is out.
+  const word fourteen_x = import(minikelto::multiply(integer(14), xy[0]), tdeg_xy, 4, 101);
+  set_info_level(4);
+  EXPECT_EQ(call_error("div_vorn", {p(7), A, fourteen_x}), "division by zero");
+  EXPECT_EQ(output(), "alloc 1 terms\n");
+  unset_info_level();
+  // A zero dividend answers true before p is looked at.
+  EXPECT_EQ(call_ok("div_vorn", {p(0), empty, big}), minikelto::true_value());
+  EXPECT_EQ(call_ok("div_vorn", {p(-101), empty, A}), minikelto::true_value());
 }
 
 TEST_F(EntryChecks, DiagnosticsByLevel) {

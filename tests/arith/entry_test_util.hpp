@@ -19,49 +19,11 @@
 #include "support/packed_terms.hpp"
 
 #if defined(VORN_HAVE_FLINT)
-#include <flint/nmod_mpoly.h>
+#include "support/flint_oracle.hpp"
 #endif
 
 namespace vorn::test {
 
-#if defined(VORN_HAVE_FLINT)
-// FLINT's polynomials over the same variables, for the second oracle.
-struct flint_context {
-  nmod_mpoly_ctx_t ctx;
-  flint_context(int n, std::int32_t p) { nmod_mpoly_ctx_init(ctx, n, ORD_LEX, static_cast<mp_limb_t>(p)); }
-  ~flint_context() { nmod_mpoly_ctx_clear(ctx); }
-  flint_context(const flint_context&) = delete;
-  flint_context& operator=(const flint_context&) = delete;
-};
-
-struct flint_poly {
-  nmod_mpoly_t a;
-  const flint_context& c;
-  explicit flint_poly(const flint_context& context) : c(context) { nmod_mpoly_init(a, c.ctx); }
-  ~flint_poly() { nmod_mpoly_clear(a, c.ctx); }
-  flint_poly(const flint_poly&) = delete;
-  flint_poly& operator=(const flint_poly&) = delete;
-};
-
-// The terms of a view, unpacked, as a FLINT polynomial mod p.
-inline void to_flint(flint_poly& F, const term_block& view, monomial_order order, int n, std::int32_t p) {
-  const int msize = layout_msize(view.layout);
-  const int shift = layout_shift(view.layout);
-  const unpack_routine unpack = unpack_routine_of(order);
-  std::vector<std::uint32_t> e(static_cast<std::size_t>(n));
-  std::vector<ulong> ue(static_cast<std::size_t>(n));
-  nmod_mpoly_zero(F.a, F.c.ctx);
-  for (std::int32_t t = 0; t < view.count; ++t) {
-    const word* term = view.terms + static_cast<std::ptrdiff_t>(t) * (msize + 1);
-    unpack(term, e.data(), n, shift);
-    for (int i = 0; i < n; ++i) ue[static_cast<std::size_t>(i)] = e[static_cast<std::size_t>(i)];
-    const std::int32_t v = immediate_value(term[msize]);
-    nmod_mpoly_push_term_ui_ui(F.a, static_cast<ulong>(((v % p) + p) % p), ue.data(), F.c.ctx);
-  }
-  nmod_mpoly_sort_terms(F.a, F.c.ctx);
-  nmod_mpoly_combine_like_terms(F.a, F.c.ctx);
-}
-#endif
 
 class entry_test : public host_test {
  protected:
@@ -130,12 +92,12 @@ class entry_test : public host_test {
   // R equals FLINT's op(A, B) (op given FLINT's result, A and B, and context).
   template <class Op>
   void expect_flint(word R, word A, word B, monomial_order order, int n, std::int32_t p, Op op, const char* what) {
-    flint_context ctx(n, p);
+    flint_context ctx(n, order, p);
     flint_poly FA(ctx), FB(ctx), expected(ctx), got(ctx);
-    to_flint(FA, read_container(cbt(), A), order, n, p);
-    to_flint(FB, read_container(cbt(), B), order, n, p);
+    load(FA, read_container(cbt(), A), order, n, p);
+    load(FB, read_container(cbt(), B), order, n, p);
     op(expected.a, FA.a, FB.a, ctx.ctx);
-    to_flint(got, read_container(cbt(), R), order, n, p);
+    load(got, read_container(cbt(), R), order, n, p);
     EXPECT_TRUE(nmod_mpoly_equal(expected.a, got.a, ctx.ctx)) << what << " differs from FLINT's";
   }
 #endif

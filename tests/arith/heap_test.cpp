@@ -1,6 +1,7 @@
-// The term heap: chaining on insertion and equal keys joined across slots on
-// extraction.  Merges of many streams are checked through the products and
-// divisions against expand and FLINT.
+// The term heap under every key order: chaining on insertion, equal keys
+// joined across slots on extraction, the walk that puts its path back, and
+// streams taken and inserted again at once.  Merges of many streams are
+// checked through the products and divisions against expand and FLINT.
 #include "arith/heap.hpp"
 
 #include <gtest/gtest.h>
@@ -13,126 +14,163 @@ namespace {
 
 using chain = std::vector<std::int32_t>;
 
-struct small_heap {
-  std::vector<heap_entry<1>> storage =
-      std::vector<heap_entry<1>>(heap_storage_entries<key_order<1>>(16));
-  chain links = chain(16, 99);
-  term_heap<1> h{heap_storage_init<key_order<1>>(storage.data(), 16), 0, {1, false}, links.data()};
+template <class Order, int Words, bool Tdeg>
+struct key_case {
+  using order_type = Order;
+  static constexpr int words = Words;
+  static constexpr bool tdeg = Tdeg;
+};
 
-  void insert(std::int32_t key, std::int32_t stream) { heap_insert(h, key, stream); }
-  chain pop(word& m) {
+// Streams 0 to 15, each at a monomial of a given rank: a larger rank is a
+// larger monomial, the words after the first reversed for tdeg, so that
+// every order's comparison of its words is exercised.
+template <class Case>
+class TermHeap : public ::testing::Test {
+ protected:
+  using order_type = typename Case::order_type;
+  static constexpr int m = Case::words;
+
+  order_type order{m, Case::tdeg};
+  chain links = chain(16, 99);
+  std::vector<word> buffers = std::vector<word>(16 * m);
+  std::vector<std::vector<word>> monomials = std::vector<std::vector<word>>(16, std::vector<word>(m));
+  const std::vector<word> one = std::vector<word>(m);
+  gateway_array<basic_heap_entry<typename order_type::key_type>> storage;
+  basic_term_heap<order_type> h{nullptr, 0, order, links.data()};
+
+  TermHeap() { grow(16); }
+  void grow(std::size_t capacity) { h.entries = grow_heap_storage<order_type>(storage, capacity, h.entries, h.n); }
+
+  typename order_type::key_type key(int rank, std::int32_t stream) {
+    std::vector<word>& w = monomials[static_cast<std::size_t>(stream)];
+    w[0] = static_cast<word>(m == 1 ? rank : rank / 7);
+    if (m > 1) w[1] = static_cast<word>(Case::tdeg ? 6 - rank % 7 : rank % 7);
+    return order.product_key(w.data(), one.data(), order.buffer(buffers.data(), stream));
+  }
+  void insert(int rank, std::int32_t stream) { heap_insert(h, key(rank, stream), stream); }
+
+  // The rank of the largest monomial, as the kernels write it out.
+  int root_rank() {
+    std::vector<word> w(m);
+    const std::int32_t s = h.entries[0].chain;
+    order.write_monomial(w.data(), h.entries[0].key, [&] {
+      return std::pair{monomials[static_cast<std::size_t>(s)].data(), one.data()};
+    });
+    return m == 1 ? static_cast<int>(w[0]) : static_cast<int>(7 * w[0] + (Case::tdeg ? 6 - w[1] : w[1]));
+  }
+  chain pop(int& rank) {
+    rank = root_rank();
     chain out;
-    for (std::int32_t s = heap_pop_equal(h, &m); s != no_stream; s = links[static_cast<std::size_t>(s)])
-      out.push_back(s);
+    for (std::int32_t s = heap_pop_equal(h); s != no_stream; s = links[static_cast<std::size_t>(s)]) out.push_back(s);
     return out;
   }
 };
 
-TEST(TermHeap, EqualKeysChainAtTheRootAndAtAnAncestor) {
-  small_heap t;
-  t.insert(10, 0);
-  t.insert(7, 1);
-  t.insert(5, 2);
-  t.insert(10, 3);  // the root's key: chained, no new slot
-  EXPECT_EQ(t.h.n, 3);
-  t.insert(7, 4);  // new leaf 4 under slot 2, whose key is equal
-  EXPECT_EQ(t.h.n, 3);
-  word m = 0;
-  EXPECT_EQ(t.pop(m), (chain{3, 0}));
-  EXPECT_EQ(m, 10u);
-  EXPECT_EQ(t.pop(m), (chain{4, 1}));
-  EXPECT_EQ(m, 7u);
+using key_cases = ::testing::Types<key_case<word_key_order, 1, false>, key_case<wide_key_order<2>, 2, false>,
+                                   key_case<wide_key_order<2>, 2, true>, key_case<wide_key_order<3>, 3, true>,
+                                   key_case<buffer_key_order<2>, 2, true>, key_case<buffer_key_order<0>, 4, false>>;
+TYPED_TEST_SUITE(TermHeap, key_cases);
+
+TYPED_TEST(TermHeap, EqualKeysChainAtTheRootAndAtAnAncestor) {
+  this->insert(10, 0);
+  this->insert(7, 1);
+  this->insert(5, 2);
+  this->insert(10, 3);  // the root's key: chained, no new slot
+  EXPECT_EQ(this->h.n, 3);
+  this->insert(7, 4);  // new leaf 4 under slot 2, whose key is equal
+  EXPECT_EQ(this->h.n, 3);
+  int rank = 0;
+  EXPECT_EQ(this->pop(rank), (chain{3, 0}));
+  EXPECT_EQ(rank, 10);
+  EXPECT_EQ(this->pop(rank), (chain{4, 1}));
+  EXPECT_EQ(rank, 7);
 }
 
 // A walk that has moved part of its path down before it meets an equal key
 // chains there and leaves the path as it was.
-TEST(TermHeap, AWalkThatEndsOnAnEqualKeyPutsItsPathBack) {
-  small_heap t;
+TYPED_TEST(TermHeap, AWalkThatEndsOnAnEqualKeyPutsItsPathBack) {
   // Slots 1 to 15, slot k holding stream k - 1.
-  const std::vector<std::int32_t> keys{100, 50, 90, 40, 45, 80, 85, 30, 35, 44, 43, 70, 75, 84, 83};
+  const std::vector<int> ranks{100, 50, 90, 40, 45, 80, 85, 30, 35, 44, 43, 70, 75, 84, 83};
   for (std::int32_t k = 0; k < 15; ++k) {
-    t.h.entries[k] = {keys[static_cast<std::size_t>(k)], k};
-    t.links[static_cast<std::size_t>(k)] = no_stream;
+    this->h.entries[k] = {this->key(ranks[static_cast<std::size_t>(k)], k), k};
+    this->links[static_cast<std::size_t>(k)] = no_stream;
   }
-  t.h.n = 15;
-  t.insert(50, 15);  // leaf 16: slots 8 (30) and 4 (40) move down, then slot 2 (50) is equal
-  EXPECT_EQ(t.h.n, 15);
-  std::vector<std::int32_t> sorted = keys;
+  this->h.n = 15;
+  this->insert(50, 15);  // leaf 16: slots 8 (30) and 4 (40) move down, then slot 2 (50) is equal
+  EXPECT_EQ(this->h.n, 15);
+  std::vector<int> sorted = ranks;
   std::sort(sorted.rbegin(), sorted.rend());
-  word m = 0;
-  for (const std::int32_t key : sorted) {
-    const chain streams = t.pop(m);
-    EXPECT_EQ(m, static_cast<word>(key));
-    if (key == 50) {
+  for (const int expected : sorted) {
+    int rank = 0;
+    const chain streams = this->pop(rank);
+    EXPECT_EQ(rank, expected);
+    if (expected == 50) {
       EXPECT_EQ(streams, (chain{15, 1}));
     } else {
       ASSERT_EQ(streams.size(), 1u);
-      EXPECT_EQ(keys[static_cast<std::size_t>(streams[0])], key);
+      EXPECT_EQ(ranks[static_cast<std::size_t>(streams[0])], expected);
     }
   }
-  EXPECT_EQ(t.h.n, 0);
+  EXPECT_EQ(this->h.n, 0);
 }
 
-TEST(TermHeap, EqualKeysInSeparateSlotsComeOutAsOneList) {
-  small_heap t;
-  t.insert(10, 0);
-  t.insert(7, 1);
-  t.insert(5, 2);  // slot 3
-  t.insert(5, 3);  // leaf 4 lies under slot 2, but slot 3 took the last new key: chained there
-  ASSERT_EQ(t.h.n, 3);
-  t.insert(6, 4);  // leaf 4 under slot 2 (7)
-  t.insert(5, 5);  // leaf 5 under slot 2: a slot of its own, apart from slot 3
-  ASSERT_EQ(t.h.n, 5);
-  word m = 0;
-  t.pop(m);
-  t.pop(m);
-  t.pop(m);
-  const auto fives = t.pop(m);
-  EXPECT_EQ(m, 5u);
-  EXPECT_EQ(fives.size(), 3u);
-  EXPECT_EQ(t.h.n, 0);
+TYPED_TEST(TermHeap, EqualKeysInSeparateSlotsComeOutAsOneList) {
+  this->insert(10, 0);
+  this->insert(7, 1);
+  this->insert(5, 2);  // slot 3
+  this->insert(5, 3);  // integer keys chain at slot 3, where the last walk ended; buffer keys take leaf 4
+  this->insert(6, 4);
+  this->insert(5, 5);  // under slot 2 (7): a slot apart from slot 3
+  int rank = 0;
+  for (const int expected : {10, 7, 6}) {
+    this->pop(rank);
+    EXPECT_EQ(rank, expected);
+  }
+  EXPECT_EQ(this->pop(rank).size(), 3u);
+  EXPECT_EQ(rank, 5);
+  EXPECT_EQ(this->h.n, 0);
 }
 
 // Taking the equal streams one by one, each may go back in at once under a
 // smaller key: it neither joins the taken monomial nor breaks the chain walk.
-TEST(TermHeap, TakenStreamsCanBeInsertedAgainAtOnce) {
-  small_heap t;
-  t.insert(10, 0);
-  t.insert(7, 1);
-  t.insert(5, 2);
-  t.insert(5, 3);
-  t.insert(5, 5);
-  t.insert(10, 4);  // chained at the root
-  word m = 0;
+TYPED_TEST(TermHeap, TakenStreamsCanBeInsertedAgainAtOnce) {
+  this->insert(10, 0);
+  this->insert(7, 1);
+  this->insert(5, 2);
+  this->insert(5, 3);
+  this->insert(5, 5);
+  this->insert(10, 4);  // chained at the root
+  int rank = this->root_rank();
   chain taken;
-  heap_take_equal(t.h, &m, [&](std::int32_t s) {
+  heap_take_equal(this->h, [&](std::int32_t s) {
     taken.push_back(s);
-    t.insert(6, s);  // between 7 and the fives
+    this->insert(6, s);  // between 7 and the fives
   });
-  EXPECT_EQ(m, 10u);
+  EXPECT_EQ(rank, 10);
   EXPECT_EQ(taken, (chain{4, 0}));
-  EXPECT_EQ(t.pop(m), chain{1});
-  EXPECT_EQ(t.pop(m).size(), 2u);  // streams 4 and 0, now under 6
-  EXPECT_EQ(m, 6u);
+  EXPECT_EQ(this->pop(rank), chain{1});
+  EXPECT_EQ(this->pop(rank).size(), 2u);  // streams 4 and 0, now under 6
+  EXPECT_EQ(rank, 6);
   taken.clear();
-  heap_take_equal(t.h, &m, [&](std::int32_t s) { taken.push_back(s); });
-  EXPECT_EQ(m, 5u);
+  rank = this->root_rank();
+  heap_take_equal(this->h, [&](std::int32_t s) { taken.push_back(s); });
+  EXPECT_EQ(rank, 5);
   EXPECT_EQ(taken.size(), 3u);
-  EXPECT_EQ(t.h.n, 0);
+  EXPECT_EQ(this->h.n, 0);
 }
 
-TEST(TermHeap, PopsWithOneAndTwoSlots) {
-  small_heap t;
-  t.insert(3, 0);
-  word m = 0;
-  EXPECT_EQ(t.pop(m), chain{0});
-  EXPECT_EQ(t.h.n, 0);
-  t.insert(3, 0);
-  t.insert(1, 1);
-  EXPECT_EQ(t.pop(m), chain{0});
-  ASSERT_EQ(t.h.n, 1);
-  EXPECT_EQ(t.h.entries[0].key, 1);
-  EXPECT_EQ(t.h.entries[0].chain, 1);
+TYPED_TEST(TermHeap, PopsWithOneAndTwoSlotsAndGrows) {
+  this->insert(3, 0);
+  int rank = 0;
+  EXPECT_EQ(this->pop(rank), chain{0});
+  EXPECT_EQ(this->h.n, 0);
+  this->insert(3, 0);
+  this->insert(1, 1);
+  this->grow(32);  // the occupied slots move along
+  EXPECT_EQ(this->pop(rank), chain{0});
+  ASSERT_EQ(this->h.n, 1);
+  EXPECT_EQ(this->root_rank(), 1);
+  EXPECT_EQ(this->h.entries[0].chain, 1);
 }
 
 }  // namespace

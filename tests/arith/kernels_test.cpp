@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "arith/add.hpp"
-#include "arith/mul.hpp"
+#include "arith/multiply.hpp"
 #include "host/error.hpp"
 #include "host/memory.hpp"
 #include "support/packed_terms.hpp"
@@ -30,9 +30,10 @@ TEST(MulKernel, BlockBoundaries) {
   };
   const std::vector<word> layout = make_test_layout(rc);
   auto blocks = [&](const test_poly& A, const test_poly& B, std::int32_t p) {
-    vector_sink out{1, {}, {}};
+    vector_sink out{1};
     tracked_list scratch;
     multiply_terms(A.run(), B.run(), shape_of(layout.data()), p, scratch, out);
+    EXPECT_EQ(out.polls, static_cast<int>(out.capacities.size()) - 1) << "a poll after every block but the first";
     return std::make_pair(out.capacities, out.last_count);
   };
   // 32·32 distinct products: one block, filled by the very last term.
@@ -71,8 +72,9 @@ TEST(AddKernel, BlockSizesWhileMergingAndInTheTails) {
     return f;
   };
   auto blocks = [&](const test_poly& A, const test_poly& B, std::int32_t p) {
-    vector_sink out{1, {}, {}};
+    vector_sink out{1};
     add_terms(A.run(), B.run(), {1, false}, p, false, out);
+    EXPECT_EQ(out.polls, static_cast<int>(out.capacities.size()) - 1) << "a poll after every block but the first";
     return std::make_pair(out.capacities, out.last_count);
   };
   // Interleaved, nothing cancels: 1024, then 1280, then the 696 terms left.

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_support.hpp"
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 #include "poly/container.hpp"
 #include "poly/container_check.hpp"
 

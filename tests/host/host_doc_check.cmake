@@ -5,9 +5,9 @@
 #   enum and the function types of vorn.h;
 # - its type-id table is exactly vorn.h's type ids;
 # - the table size and the settings record size it states are vorn.h's;
-# - the library's binding (host/kernel.hpp) and minikelto's table
+# - the library's binding (host/callbacks.hpp) and minikelto's table
 #   (minikelto/callbacks.cpp) pair every index with the type of its name.
-#   cmake -DDOC=docs/HOST.md -DHEADER=include/vorn.h -DLIBRARY_BINDING=host/kernel.hpp
+#   cmake -DDOC=docs/HOST.md -DHEADER=include/vorn.h -DLIBRARY_BINDING=host/callbacks.hpp
 #         -DHOST_BINDING=minikelto/callbacks.cpp -P host_doc_check.cmake
 cmake_minimum_required(VERSION 3.25)
 file(READ ${DOC} doc)

@@ -52,7 +52,7 @@ std::uint64_t value_at(mk::word e, const std::uint64_t point[26]) {
   }
 }
 
-class expand_test : public ::testing::Test {
+class Expand : public ::testing::Test {
  protected:
   void SetUp() override { mk::reset(); }
 };
@@ -75,7 +75,7 @@ mk::word random_expression(std::mt19937& rng, int depth) {
 
 // Nested powers can ask for millions of terms: the interrupt countdown ends
 // such a case (about a million term operations), which is then drawn anew.
-TEST_F(expand_test, agrees_with_evaluation_on_random_expressions) {
+TEST_F(Expand, agrees_with_evaluation_on_random_expressions) {
   const std::uint32_t seed = vorn::test::test_seed(4711);
   std::mt19937 rng(seed);
   int interrupted = 0;
@@ -100,7 +100,7 @@ TEST_F(expand_test, agrees_with_evaluation_on_random_expressions) {
   EXPECT_LT(interrupted, 30) << vorn::test::seed_note(seed);
 }
 
-TEST_F(expand_test, known_term_counts_and_coefficients) {
+TEST_F(Expand, known_term_counts_and_coefficients) {
   const mk::word x = var("x"), y = var("y"), z = var("z"), t = var("t");
   const mk::word f = mk::add(mk::add(mk::add(mk::add(num(1), x), y), z), t);
   EXPECT_EQ(mk::length_of(mk::expand(mk::power(f, num(10)))), 2 * 1001 + 1);
@@ -118,7 +118,7 @@ TEST_F(expand_test, known_term_counts_and_coefficients) {
 
 // Exponents of any size make values (x^(2^40) is a product with a big
 // exponent, and exponents add exactly); expand refuses what it cannot hold.
-TEST_F(expand_test, big_exponents_are_values_that_expand_refuses) {
+TEST_F(Expand, big_exponents_are_values_that_expand_refuses) {
   const mk::word x = var("x");
   EXPECT_THROW(mk::power(x, num(-1)), std::invalid_argument);
   EXPECT_THROW(mk::power(x, x), std::invalid_argument);

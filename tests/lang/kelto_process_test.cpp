@@ -211,7 +211,7 @@ class terminal {
 
 // Keys are typed only at the prompt: typed ahead, they could reach kelto
 // before its line editor takes the terminal.
-TEST(kelto_terminal, ctrl_c_stops_any_long_work_and_the_session_goes_on) {
+TEST(KeltoTerminal, ctrl_c_stops_any_long_work_and_the_session_goes_on) {
   const temp_dir home;
   terminal t(home.path, {"-q"});
   ASSERT_TRUE(t.wait_for("> "));
@@ -244,7 +244,7 @@ TEST(kelto_terminal, ctrl_c_stops_any_long_work_and_the_session_goes_on) {
   EXPECT_EQ(t.finish(), 0);
 }
 
-TEST(kelto_terminal, banner_help_quit_history_and_ctrl_d) {
+TEST(KeltoTerminal, banner_help_quit_history_and_ctrl_d) {
   const temp_dir dir;
   const std::string& home = dir.path;
   {
@@ -273,7 +273,7 @@ TEST(kelto_terminal, banner_help_quit_history_and_ctrl_d) {
 #endif
 }
 
-TEST(kelto_pipe, input_is_a_stream_with_real_line_numbers) {
+TEST(KeltoPipe, input_is_a_stream_with_real_line_numbers) {
   const std::string input = "1\nnum_cpus(x)\n\n  1 / 2\nprint(3,\n4)\n(5 +\n";
   for (const std::vector<std::string>& args : {std::vector<std::string>{}, std::vector<std::string>{"-"}}) {
     const result r = run(args, input);
@@ -286,7 +286,7 @@ TEST(kelto_pipe, input_is_a_stream_with_real_line_numbers) {
   }
 }
 
-TEST(kelto_script, sigint_stops_the_script_naming_the_line_with_status_130) {
+TEST(KeltoScript, sigint_stops_the_script_naming_the_line_with_status_130) {
   const temp_dir tmp;
   const std::string& dir = tmp.path;
   write_file(dir + "/t.kel", "print(started)\n\ng := expand((1 + x)^100000000);\nprint(not_reached)\n");
@@ -296,7 +296,7 @@ TEST(kelto_script, sigint_stops_the_script_naming_the_line_with_status_130) {
   EXPECT_NE(r.err.find("/t.kel:3:6: error in expand: Interrupted"), std::string::npos) << r.err;
 }
 
-TEST(kelto_script, exit_statuses) {
+TEST(KeltoScript, exit_statuses) {
   const temp_dir tmp;
   const std::string& dir = tmp.path;
   write_file(dir + "/good.kel", "print(ran)\n");

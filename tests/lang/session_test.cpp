@@ -22,7 +22,7 @@ namespace lang = minikelto::lang;
 namespace {
 
 // A session whose output and errors go to memory.
-class session_test : public ::testing::Test {
+class Session : public ::testing::Test {
  protected:
   void SetUp() override {
     mk::reset();
@@ -61,7 +61,7 @@ class session_test : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(session_test, printed_values_read_back) {
+TEST_F(Session, printed_values_read_back) {
   const char* inputs[] = {
       "-3*x^2*y + 7 - y^3",       "(x + 1)^3*(y - 2)^2 - x",    "2^100*x - (3*y)^40",
       "a = -b + 1",                "tdeg(x, y, z)",              "-(x + y)^2*z",
@@ -81,7 +81,7 @@ TEST_F(session_test, printed_values_read_back) {
 // mutation can ask for a huge expansion: the host's interrupt countdown ends
 // any statement after about a million term operations, so each case is
 // bounded and the host's own work is shown to stop on an interrupt.
-TEST_F(session_test, survives_random_and_mutated_input) {
+TEST_F(Session, survives_random_and_mutated_input) {
   const std::uint32_t seed = vorn::test::test_seed(20261123);
   std::mt19937 rng(seed);
   const mk::plugin_symbol symbols[] = {{"num_cpus", reinterpret_cast<mk::any_fn>(&num_cpus)}};
@@ -131,7 +131,7 @@ TEST_F(session_test, survives_random_and_mutated_input) {
   }
 }
 
-TEST_F(session_test, dropped_values_are_reclaimed) {
+TEST_F(Session, dropped_values_are_reclaimed) {
   // About a megabyte of host objects per round; instrumented builds expand
   // many times slower, and a third of that still outgrows the slack the
   // session allows before it collects.

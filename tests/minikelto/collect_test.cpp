@@ -1,14 +1,14 @@
 // Reclaimed host memory: collect() frees what no root reaches, keeps roots
 // and everything they reach, keeps the unique table consistent, and reuses
 // the space; the window lies below 4 GiB.
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 #include "support/host_fixture.hpp"
 
 namespace {
 
 using minikelto::word;
 
-class collect_test : public host_test {
+class Collect : public host_test {
  protected:
   // (x + ... ) with n terms c*x^i, made unique.
   word polynomial(std::int32_t n, std::int32_t c) {
@@ -20,7 +20,7 @@ class collect_test : public host_test {
   }
 };
 
-TEST_F(collect_test, the_window_lies_below_4_gib) {
+TEST_F(Collect, the_window_lies_below_4_gib) {
   const minikelto::window_stats s = minikelto::window_state();
   EXPECT_GT(s.base, 0u);
   EXPECT_LE(std::uint64_t{s.base} + s.reserved, std::uint64_t{0x100000000});
@@ -33,7 +33,7 @@ TEST_F(collect_test, the_window_lies_below_4_gib) {
             std::uint64_t{0x100000000});
 }
 
-TEST_F(collect_test, unreachable_objects_go_and_roots_keep_what_they_reach) {
+TEST_F(Collect, unreachable_objects_go_and_roots_keep_what_they_reach) {
   minikelto::collect();
   const std::size_t empty = minikelto::window_state().in_use;
 
@@ -69,7 +69,7 @@ TEST_F(collect_test, unreachable_objects_go_and_roots_keep_what_they_reach) {
   EXPECT_EQ(polynomial(60, 7), polynomial(60, 7));
 }
 
-TEST_F(collect_test, the_unique_table_finds_every_survivor_among_many_dropped) {
+TEST_F(Collect, the_unique_table_finds_every_survivor_among_many_dropped) {
   // Enough entries for the table to grow several times and form long probe
   // runs; a collection empties two slots in three.
   constexpr std::int32_t n = 30000;
@@ -87,9 +87,9 @@ TEST_F(collect_test, the_unique_table_finds_every_survivor_among_many_dropped) {
   }
 }
 
-using collect_death_test = collect_test;
+using CollectDeathTest = Collect;
 
-TEST_F(collect_death_test, collect_refuses_to_run_inside_an_entry_call) {
+TEST_F(CollectDeathTest, collect_refuses_to_run_inside_an_entry_call) {
   // A fork of this process, never a new execution of the program: an i386
   // test program running under an emulator cannot be executed by the kernel.
   GTEST_FLAG_SET(death_test_style, "fast");

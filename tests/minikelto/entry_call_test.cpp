@@ -3,7 +3,7 @@
 // and the callbacks the plug-in must not call.
 #include <cstring>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 #include "support/host_fixture.hpp"
 
 namespace {
@@ -23,9 +23,9 @@ word poll_until_interrupted(const vorn_callback_table* cbt, word) noexcept {
   }
 }
 
-class entry_call_test : public host_test {};
+class EntryCall : public host_test {};
 
-TEST_F(entry_call_test, a_raise_reaches_the_caller_and_the_host_goes_on) {
+TEST_F(EntryCall, a_raise_reaches_the_caller_and_the_host_goes_on) {
   const minikelto::plugin p = minikelto::static_plugin(std::vector<minikelto::plugin_symbol>{
       {"raise_with_first_name", reinterpret_cast<minikelto::any_fn>(&raise_with_first_name)}});
   const word x = name("x");
@@ -42,7 +42,7 @@ TEST_F(entry_call_test, a_raise_reaches_the_caller_and_the_host_goes_on) {
   EXPECT_EQ(missing.error, "no entry absent in the plug-in");
 }
 
-TEST_F(entry_call_test, the_interrupt_countdown_answers_from_the_nth_poll_on) {
+TEST_F(EntryCall, the_interrupt_countdown_answers_from_the_nth_poll_on) {
   const word args = minikelto::make_seq({});
   interrupt_from_poll(5);
   EXPECT_EQ(poll_until_interrupted(&cbt(), args), vorn::make_immediate(5));
@@ -55,7 +55,7 @@ TEST_F(entry_call_test, the_interrupt_countdown_answers_from_the_nth_poll_on) {
   EXPECT_EQ(poll_until_interrupted(&cbt(), args), vorn::make_immediate(1));
 }
 
-TEST_F(entry_call_test, the_shared_plugin_loads_and_its_entries_run) {
+TEST_F(EntryCall, the_shared_plugin_loads_and_its_entries_run) {
   std::string error;
   EXPECT_FALSE(minikelto::load_plugin("/nonexistent/libvorn.so", &error).has_value());
   EXPECT_NE(error.find("/nonexistent/libvorn.so"), std::string::npos) << error;
@@ -69,9 +69,9 @@ TEST_F(entry_call_test, the_shared_plugin_loads_and_its_entries_run) {
             "first argument must be an immediate integer");
 }
 
-using entry_call_death_test = entry_call_test;
+using EntryCallDeathTest = EntryCall;
 
-TEST_F(entry_call_death_test, unprovided_callbacks_end_the_process_naming_the_index) {
+TEST_F(EntryCallDeathTest, unprovided_callbacks_end_the_process_naming_the_index) {
   // A fork of this process, never a new execution of the program: an i386
   // test program running under an emulator cannot be executed by the kernel.
   GTEST_FLAG_SET(death_test_style, "fast");

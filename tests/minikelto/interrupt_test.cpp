@@ -11,7 +11,7 @@ namespace {
 
 using minikelto::word;
 
-class interrupt_test : public host_test {
+class Interrupt : public host_test {
  protected:
   // A fresh SUM of n terms c*x^i, more than one poll's worth of work.
   word fresh_polynomial(std::int32_t n) {
@@ -21,7 +21,7 @@ class interrupt_test : public host_test {
   }
 };
 
-TEST_F(interrupt_test, host_work_stops_at_a_poll_and_the_host_goes_on) {
+TEST_F(Interrupt, host_work_stops_at_a_poll_and_the_host_goes_on) {
   constexpr std::int32_t n = 70000;
   interrupt_from_poll(1);
   EXPECT_THROW(unique(fresh_polynomial(n)), minikelto::interrupted);
@@ -47,9 +47,9 @@ TEST_F(interrupt_test, host_work_stops_at_a_poll_and_the_host_goes_on) {
   EXPECT_EQ(polls(), 0);
 }
 
-using interrupt_death_test = interrupt_test;
+using InterruptDeathTest = Interrupt;
 
-TEST_F(interrupt_death_test, a_second_ctrl_c_that_no_poll_saw_ends_the_process) {
+TEST_F(InterruptDeathTest, a_second_ctrl_c_that_no_poll_saw_ends_the_process) {
   GTEST_FLAG_SET(death_test_style, "fast");
   minikelto::install_interrupt_handler();
   raise(SIGINT);

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 #include "minikelto/polynomial.hpp"
 #include "support/host_fixture.hpp"
 
@@ -12,9 +12,9 @@ namespace {
 
 using minikelto::word;
 
-class objects_test : public host_test {};
+class Objects : public host_test {};
 
-TEST_F(objects_test, names_are_interned_per_kind) {
+TEST_F(Objects, names_are_interned_per_kind) {
   const word x = vorn::host_make_name(cbt(), "x", 1);
   EXPECT_EQ(x, name("x"));
   EXPECT_EQ(vorn::fixed_name(cbt(), "x"), x);
@@ -23,7 +23,7 @@ TEST_F(objects_test, names_are_interned_per_kind) {
   EXPECT_EQ(minikelto::make_nameref("x"), minikelto::make_nameref("x"));
 }
 
-TEST_F(objects_test, unique_merges_equal_expressions_children_first) {
+TEST_F(Objects, unique_merges_equal_expressions_children_first) {
   const word x = name("x");
   const word y = name("y");
   // 2*x^2*y + 3, built twice from fresh objects.
@@ -51,7 +51,7 @@ TEST_F(objects_test, unique_merges_equal_expressions_children_first) {
   EXPECT_EQ(option("pack", 4), equation(name("pack"), integer(4)));
 }
 
-TEST_F(objects_test, a_large_sum_of_fresh_products_merges_equal_and_shared_children) {
+TEST_F(Objects, a_large_sum_of_fresh_products_merges_equal_and_shared_children) {
   // Children are looked up a chunk at a time: equal fresh products within a
   // chunk and across chunks, and one product object met twice, become one.
   const word x = name("x");
@@ -70,7 +70,7 @@ TEST_F(objects_test, a_large_sum_of_fresh_products_merges_equal_and_shared_child
   EXPECT_EQ(w[2 * 3 + 1], w[2 * 100 + 1]);
 }
 
-TEST_F(objects_test, unique_simplifies_empty_and_single_pairs_and_leaves_arrays_alone) {
+TEST_F(Objects, unique_simplifies_empty_and_single_pairs_and_leaves_arrays_alone) {
   const word x = name("x");
   EXPECT_EQ(unique(prod({{x, 1}})), x);
   EXPECT_NE(unique(prod({{x, 2}})), x);
@@ -96,7 +96,7 @@ TEST_F(objects_test, unique_simplifies_empty_and_single_pairs_and_leaves_arrays_
 }
 
 // Values whose limbs straddle the 32-bit limb boundaries, both signs.
-TEST_F(objects_test, big_integers_round_trip_through_32_bit_limb_records) {
+TEST_F(Objects, big_integers_round_trip_through_32_bit_limb_records) {
   const char* values[] = {
       "1073741823", "1073741824", "-1073741825", "4294967295", "-4294967296", "18446744073709551616",
       "1606938044258990275541962092341162602522202993782792835301375",  // 2^200 - 1
@@ -125,7 +125,7 @@ TEST_F(objects_test, big_integers_round_trip_through_32_bit_limb_records) {
   mpz_clears(z, back, nullptr);
 }
 
-TEST_F(objects_test, arrays_are_zero_filled_with_their_count_in_words_6_and_8) {
+TEST_F(Objects, arrays_are_zero_filled_with_their_count_in_words_6_and_8) {
   // Dirty the window first, so that reused memory must be cleared.
   const word junk = minikelto::make_array(1000);
   std::fill_n(minikelto::array_data(junk), 1000, 0xdeadbeefu);

@@ -11,9 +11,9 @@ namespace {
 
 using minikelto::word;
 
-class sliced_product_test : public host_test {};
+class SlicedProduct : public host_test {};
 
-TEST_F(sliced_product_test, equals_the_sum_of_unsliced_pieces) {
+TEST_F(SlicedProduct, equals_the_sum_of_unsliced_pieces) {
   // 1140 * 1140 term pairs go slice by slice and come out in order without a
   // sort; each half of g alone is below the slicing size, and the sum of the
   // two products is sorted as a whole.  f * g = ((1 + y)^2 - (x + z)^2)^17,

@@ -5,9 +5,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdint>
 #include <random>
 #include <set>
+#include <string>
 #include <vector>
 
 #include "arith/kernel.hpp"
@@ -69,15 +71,22 @@ struct test_term {
 };
 
 struct test_poly {
-  std::vector<test_term> terms;  // decreasing, distinct monomials
+  std::vector<test_term> terms;  // decreasing, distinct monomials; may be left empty for a large product
   std::vector<word> packed;      // msize + 1 words per term
+  int msize = 0;
 
-  term_run run() const { return {packed.data(), static_cast<std::int32_t>(terms.size())}; }
+  std::int32_t count() const { return static_cast<std::int32_t>(packed.size() / static_cast<std::size_t>(msize + 1)); }
+  term_run run() const { return {packed.data(), count()}; }
+  // As a term block of that layout.
+  term_block view(std::vector<word>& layout) const {
+    return {const_cast<word*>(packed.data()), layout.data(), count(), nullptr};
+  }
 };
 
 inline void pack_terms(test_poly& f, const ring_case& rc) {
   const int msize = layout_msize(rc.order, rc.n, rc.pack);
   const auto stride = static_cast<std::size_t>(msize + 1);
+  f.msize = msize;
   f.packed.assign(f.terms.size() * stride, 0);
   for (std::size_t t = 0; t < f.terms.size(); ++t) {
     pack_routine_of(rc.order)(f.packed.data() + t * stride, f.terms[t].e.data(), rc.n, pack_shift(rc.pack));
@@ -104,17 +113,27 @@ inline test_poly random_poly(std::mt19937& rng, const ring_case& rc, std::size_t
   return f;
 }
 
-// Keeps the blocks a kernel writes; capacities in order.
+// Keeps the blocks a kernel writes, their capacities in order, the polls,
+// and the diagnostic lines of the levels below `level` as they would print.
 struct vector_sink {
   int msize;
-  std::vector<std::vector<word>> blocks;
-  std::vector<std::int32_t> capacities;
+  int level = 0;
+  std::vector<std::vector<word>> blocks{};
+  std::vector<std::int32_t> capacities{};
   std::int32_t last_count = -1;
+  int polls = 0;
+  std::string lines{};
 
   word* next_block(std::int32_t capacity) {
     capacities.push_back(capacity);
     blocks.emplace_back(static_cast<std::size_t>(capacity) * static_cast<std::size_t>(msize + 1) + 1);
     return blocks.back().data();
+  }
+  void poll() { ++polls; }
+  template <class... Args>
+  void note(int at, const char* format, Args... args) {
+    char line[200];
+    if (level > at) lines += (std::snprintf(line, sizeof line, format, args...), line);
   }
   void finish(std::int32_t written) { last_count = written; }
 

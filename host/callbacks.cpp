@@ -1,5 +1,5 @@
 // The host array routine: the one place that fills the host's array settings.
-#include "host/kernel.hpp"
+#include "host/callbacks.hpp"
 
 namespace vorn {
 

@@ -1,5 +1,5 @@
 // The exponent test that guards the product kernel.
-#include "arith/mul.hpp"
+#include "arith/multiply.hpp"
 
 #include "host/error.hpp"
 
