@@ -14,6 +14,9 @@
 // else a stream holds: a link array of 4 bytes per stream stays in the first
 // level cache where whole stream records would not.
 //
+// Streams that join the root's slot while a monomial is taken wait in an
+// array beside the heap (root_batch) instead of on the root's chain.
+//
 // Keys, and how they order, are the key order's (key_order.hpp); the heap
 // holds its order and asks it.
 #pragma once
@@ -263,14 +266,56 @@ inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h) noexcept {
   return heap_pop_equal(h, [](std::int32_t) noexcept {});
 }
 
+// Streams that joined the root's slot since it last changed, held in an
+// array instead of on the slot's chain.  A chain is walked link by link,
+// each load waiting for the one before; a dense product puts hundreds of
+// streams on one slot, and walking them that way bounded its speed.  An
+// array's streams are known at once, so the work of many of them overlaps.
+//
+// Invariant: the batch belongs to the root (slot 1): every change of the
+// heap other than a join first puts the batch on the root's chain
+// (heap_flush_batch).  Both arrays need room for every stream.
+struct root_batch {
+  std::int32_t* joined;  // oldest first
+  std::int32_t* taking;  // the batch of the monomial being taken
+  std::int32_t count = 0;
+};
+
+// Puts the batch on the root's chain, as inserting its streams one by one
+// would have.
+template <class Order>
+inline void heap_flush_batch(basic_term_heap<Order>& h, root_batch& batch) noexcept {
+  if (batch.count == 0) return;
+  std::int32_t head = h.entries[0].chain;
+  for (std::int32_t i = 0; i < batch.count; ++i) {
+    h.links[batch.joined[i]] = head;
+    head = batch.joined[i];
+  }
+  h.entries[0].chain = head;
+  batch.count = 0;
+}
+
+// heap_insert, but a stream under the root's key joins the batch.
+template <class Order>
+inline void heap_offer(basic_term_heap<Order>& h, root_batch& batch, typename Order::key_type key,
+                       std::int32_t s) noexcept {
+  if (h.n > 0 && h.order.equal(key, h.entries[0].key)) {
+    batch.joined[batch.count++] = s;
+    return;
+  }
+  heap_flush_batch(h, batch);
+  heap_insert(h, key, s);
+}
+
 // Pops the same streams as heap_pop_equal, in the same order, and then hands
-// each to take(stream) with its link already read, so that take may insert
-// the stream again at once.  Every slot of the monomial has left the heap by
-// then, so insertions equal to the next monomial chain at the root.  Only a
-// chain that another slot's follows is walked to its end while popping.  For
-// callers whose insertions are all smaller than the popped monomial.
+// each to take(stream), so that take may offer the stream again at once
+// (heap_offer with the same batch).  Every slot of the monomial has left the
+// heap by then, so insertions equal to the next monomial join the root.
+// Only a chain that another slot's follows is walked to its end while
+// popping.  For callers whose insertions are all smaller than the popped
+// monomial.  Returns the number of streams taken.
 template <class Order, class Take>
-inline void heap_take_equal(basic_term_heap<Order>& h, Take&& take) noexcept {
+inline std::int32_t heap_take_equal(basic_term_heap<Order>& h, root_batch& batch, Take&& take) noexcept {
   std::int32_t* const links = h.links;
   const auto root_key = h.entries[0].key;
   const std::int32_t first = h.entries[0].chain;
@@ -282,11 +327,17 @@ inline void heap_take_equal(basic_term_heap<Order>& h, Take&& take) noexcept {
     links[tail] = h.entries[0].chain;
     tail = h.entries[0].chain;
   }
-  for (std::int32_t s = first; s != no_stream;) {
+  std::swap(batch.joined, batch.taking);
+  const std::int32_t batched = batch.count;
+  batch.count = 0;
+  for (std::int32_t i = batched; i-- > 0;) take(batch.taking[i]);
+  std::int32_t taken = batched;
+  for (std::int32_t s = first; s != no_stream; ++taken) {
     const std::int32_t next = links[s];
     take(s);
     s = next;
   }
+  return taken;
 }
 
 }  // namespace vorn

@@ -30,20 +30,22 @@ inline std::int32_t first_block_terms(std::int64_t count) noexcept {
 
 // The product's row of streams, stream i multiplying A[i] by B, with its
 // storage on scratch: per stream, in arrays of their own, the chain link
-// (returned through links), the state and A[i]'s value; then the steps of A
+// (returned through links), the state, A[i]'s value and the two arrays of
+// the root's batch (returned through batch); then the steps of A
 // and of B, the key buffers (buffer keys) and B's values in one block.
 template <class Order>
 stream_row<Order> product_row(const Order& order, term_run A, term_run B, std::int32_t p, tracked_list& scratch,
-                              std::int32_t*& links) {
+                              std::int32_t*& links, root_batch& batch) {
   const std::int32_t nA = A.count;
   const std::int32_t nB = B.count;
   const auto count_a = static_cast<std::size_t>(nA);
   const auto count_b = static_cast<std::size_t>(nB);
   auto* const per_stream = static_cast<std::int32_t*>(
-      scratch.take(checked_bytes(count_a, 3 * sizeof(std::int32_t)) + 2 * sizeof(std::int32_t), 1));
+      scratch.take(checked_bytes(count_a, 5 * sizeof(std::int32_t)) + 2 * sizeof(std::int32_t), 1));
   links = per_stream;
   std::int32_t* const states = per_stream + nA + 1;
   std::int32_t* const a_values = states + nA + 1;
+  batch = {a_values + nA, a_values + 2 * nA};
 
   constexpr std::size_t step_bytes = stream_run<Order>::step_bytes;
   const std::size_t buffer_bytes = checked_bytes(count_a, key_buffer_words(order) * sizeof(word));
@@ -95,7 +97,8 @@ void multiply_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p,
   gateway_array<basic_heap_entry<key_type>> heap_storage;
   auto* const entries = grow_heap_storage<Order>(heap_storage, static_cast<std::size_t>(nA), nullptr, 0);
   std::int32_t* links;
-  const stream_row<Order> row = product_row(order, A, B, p, scratch, links);
+  root_batch batch{nullptr, nullptr};
+  const stream_row<Order> row = product_row(order, A, B, p, scratch, links, batch);
   basic_term_heap<Order> heap{entries, 0, order, links};
 
   const bool delayed = strictly_decreasing<Msize>(A, shape) && strictly_decreasing<Msize>(B, shape);
@@ -123,7 +126,7 @@ void multiply_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p,
     const key_type popped = heap.entries[0].key;
     order.write_monomial(w, popped, [&] { return row.factors_of(order, heap.entries[0].chain); });
     if (delayed) {
-      heap_take_equal(heap, [&](std::int32_t i) { row.move_on(heap, i, row.take(i, add), popped); });
+      heap_take_equal(heap, batch, [&](std::int32_t i) { row.move_on(heap, batch, i, row.take(i, add), popped); });
     } else {
       std::int32_t taken = 0;
       heap_pop_equal(heap, [&](std::int32_t i) { queue[taken++] = {i, row.take(i, add)}; });

@@ -107,10 +107,13 @@ struct stream_row {
   }
 
   // Product j of stream s enters the heap under key, or under the key made
-  // from its factors.
-  void enter(heap_type& heap, std::int32_t s, std::int32_t j, key_type key) const noexcept {
+  // from its factors; offered to the root's batch where one is given.
+  void enter(heap_type& heap, std::int32_t s, std::int32_t j, key_type key, root_batch* batch = nullptr) const noexcept {
     states[s] = entered(j);
-    heap_insert(heap, key, first + s);
+    if (batch != nullptr)
+      heap_offer(heap, *batch, key, first + s);
+    else
+      heap_insert(heap, key, first + s);
   }
   void enter(heap_type& heap, std::int32_t s, std::int32_t j) const noexcept {
     const Order& o = heap.order;
@@ -145,23 +148,27 @@ struct stream_row {
 
   // The successors of product (s, j), popped under key: the next stream's
   // product j, and this stream's product j + 1.
-  void enter_next_stream(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped) const noexcept {
+  void enter_next_stream(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped,
+                         root_batch* batch = nullptr) const noexcept {
     const Order& o = heap.order;
     enter(heap, s + 1, j,
-          o.next_key(popped, factors.step(s), term(o, factors, s + 1), term(o, walked, j), o.buffer(buffers, s + 1)));
+          o.next_key(popped, factors.step(s), term(o, factors, s + 1), term(o, walked, j), o.buffer(buffers, s + 1)),
+          batch);
   }
-  void enter_next_term(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped) const noexcept {
+  void enter_next_term(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped,
+                       root_batch* batch = nullptr) const noexcept {
     const Order& o = heap.order;
     enter(heap, s, j + 1,
-          o.next_key(popped, walked.step(j), term(o, factors, s), term(o, walked, j + 1), o.buffer(buffers, s)));
+          o.next_key(popped, walked.step(j), term(o, factors, s), term(o, walked, j + 1), o.buffer(buffers, s)),
+          batch);
   }
 
   // In the delayed order, after product (s, j) is taken: the next stream's
   // product j enters if that stream was waiting for it, and this stream
   // moves on once the one before it has taken its product j + 1.
-  void move_on(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped) const noexcept {
-    if (states[s + 1] == waiting(j)) enter_next_stream(heap, s, j, popped);
-    if (states[s - 1] >= waiting(j + 2)) enter_next_term(heap, s, j, popped);
+  void move_on(heap_type& heap, root_batch& batch, std::int32_t s, std::int32_t j, key_type popped) const noexcept {
+    if (states[s + 1] == waiting(j)) enter_next_stream(heap, s, j, popped, &batch);
+    if (states[s - 1] >= waiting(j + 2)) enter_next_term(heap, s, j, popped, &batch);
   }
 };
 

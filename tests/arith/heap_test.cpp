@@ -133,7 +133,12 @@ TYPED_TEST(TermHeap, EqualKeysInSeparateSlotsComeOutAsOneList) {
 
 // Taking the equal streams one by one, each may go back in at once under a
 // smaller key: it neither joins the taken monomial nor breaks the chain walk.
-TYPED_TEST(TermHeap, TakenStreamsCanBeInsertedAgainAtOnce) {
+// Streams offered under the root's key wait in the batch, off the chain, and
+// come out of the next take in the order the chain would give them; any
+// other change of the heap puts the batch on the chain first.
+TYPED_TEST(TermHeap, TakenStreamsCanBeOfferedAgainAtOnce) {
+  std::vector<std::int32_t> arrays(32);
+  root_batch batch{arrays.data(), arrays.data() + 16};
   this->insert(10, 0);
   this->insert(7, 1);
   this->insert(5, 2);
@@ -142,20 +147,38 @@ TYPED_TEST(TermHeap, TakenStreamsCanBeInsertedAgainAtOnce) {
   this->insert(10, 4);  // chained at the root
   int rank = this->root_rank();
   chain taken;
-  heap_take_equal(this->h, [&](std::int32_t s) {
-    taken.push_back(s);
-    this->insert(6, s);  // between 7 and the fives
-  });
+  auto offer = [&](int to_rank, std::int32_t s) { heap_offer(this->h, batch, this->key(to_rank, s), s); };
+  EXPECT_EQ(heap_take_equal(this->h, batch, [&](std::int32_t s) {
+              taken.push_back(s);
+              offer(6, s);  // between 7 and the fives: a new slot, then the batch of none
+            }),
+            2);
   EXPECT_EQ(rank, 10);
   EXPECT_EQ(taken, (chain{4, 0}));
-  EXPECT_EQ(this->pop(rank), chain{1});
-  EXPECT_EQ(this->pop(rank).size(), 2u);  // streams 4 and 0, now under 6
-  EXPECT_EQ(rank, 6);
   taken.clear();
+  heap_take_equal(this->h, batch, [&](std::int32_t s) {
+    taken.push_back(s);
+    offer(6, s);  // the root's key now: into the batch
+  });
+  EXPECT_EQ(taken, chain{1});
+  EXPECT_EQ(batch.count, 1);
+  offer(6, 6);
+  offer(6, 7);
   rank = this->root_rank();
-  heap_take_equal(this->h, [&](std::int32_t s) { taken.push_back(s); });
-  EXPECT_EQ(rank, 5);
-  EXPECT_EQ(taken.size(), 3u);
+  taken.clear();
+  EXPECT_EQ(heap_take_equal(this->h, batch, [&](std::int32_t s) { taken.push_back(s); }), 5);
+  EXPECT_EQ(rank, 6);
+  ASSERT_EQ(taken.size(), 5u);  // the batch newest first, as on a chain, then the chain
+  EXPECT_EQ(chain(taken.begin(), taken.begin() + 3), (chain{7, 6, 1}));
+  EXPECT_EQ(std::max(taken[3], taken[4]), 4);
+  offer(4, 8);                               // below the fives
+  offer(5, 9);                               // the root's key: batched
+  heap_flush_batch(this->h, batch);
+  EXPECT_EQ(batch.count, 0);
+  int rank5 = 0;
+  EXPECT_EQ(this->pop(rank5).size(), 4u);  // 9, 2, 3 and 5 with a batch flushed onto the chain
+  EXPECT_EQ(rank5, 5);
+  EXPECT_EQ(this->pop(rank5), chain{8});
   EXPECT_EQ(this->h.n, 0);
 }
 
