@@ -162,34 +162,21 @@ class heap_division {
 
   // Takes every product of the largest monomial in the heap, each stream
   // moving on as it is taken (its successors are smaller).
-  //
-  // The sum, the heap and the batch are copied to locals for the pass and
-  // back after it, and the sum kept as two scalars: as members, and as one
-  // structure, they stayed in memory, and every product waited on the
-  // store of the one before.
   void take_products() {
     const key_type popped = heap_.entries[0].key;
     order_.write_monomial(monomial_, popped, [&] { return factors_of(heap_.entries[0].chain); });
-    std::uint64_t low = acc_.low;
-    std::uint32_t high = acc_.high;
-    basic_term_heap<Order> heap = heap_;
-    root_batch batch = batch_;
     auto subtract = [&](std::uint32_t x, std::uint32_t y) {
-      const std::uint64_t product = static_cast<std::uint64_t>(x) * y;
-      high -= low < product ? 1u : 0u;
-      low -= product;
+      acc_sub_unsigned_product(acc_, x, y);
+      ++k_;
     };
-    k_ += heap_take_equal(heap, batch, [&](std::int32_t s) {
+    heap_take_equal(heap_, [&](std::int32_t s) {
       if (s < divisors_.first) {
-        quotients_.move_on(heap, batch, s, quotients_.take(s, subtract), popped);
+        quotients_.move_on(heap_, s, quotients_.take(s, subtract), popped);
       } else {
         const std::int32_t d = s - divisors_.first;
-        divisors_.move_on(heap, batch, d, divisors_.take(d, subtract), popped);
+        divisors_.move_on(heap_, d, divisors_.take(d, subtract), popped);
       }
     });
-    acc_ = {low, high};
-    heap_ = heap;
-    batch_ = batch;
   }
 
   std::pair<const word*, const word*> factors_of(std::int32_t s) const noexcept {
@@ -225,7 +212,6 @@ class heap_division {
     const std::int32_t index = quotient_.append(order_, slot_, q);  // of the term in the quotient
     slot_ += stride_;
     ++written_;
-    heap_flush_batch(heap_, batch_);
     if (switched_)
       divisors_.walked_grew(heap_, index);
     else if (B_.count >= 2)
@@ -259,16 +245,12 @@ class heap_division {
     heap_capacity_ = capacity;
   }
 
-  // Stream names for count more streams: their chain links and, after them
-  // in the same array, the root's two batch arrays (empty while streams are
-  // added), and key buffers.
+  // Stream names for count more streams: their chain links and key buffers.
   void add_streams(std::int32_t count) {
     const auto old = static_cast<std::size_t>(streams_);
-    heap_flush_batch(heap_, batch_);
     streams_ += count;
-    links_.grow(old, checked_bytes(static_cast<std::size_t>(streams_), 3));
+    links_.grow(old, static_cast<std::size_t>(streams_));
     heap_.links = links_.data;
-    batch_ = {links_.data + streams_, links_.data + 2 * static_cast<std::ptrdiff_t>(streams_)};
     const std::size_t words = key_buffer_words(order_);
     if (words > 0) {
       const word* const before = buffers_.data;
@@ -332,7 +314,6 @@ class heap_division {
   gateway_array<basic_heap_entry<key_type>> heap_storage_;
   basic_term_heap<Order> heap_{nullptr, 0, order_, nullptr};
   std::int32_t heap_capacity_ = 0;
-  root_batch batch_{nullptr, nullptr};
 
   // Streams by name: the quotient streams first, then the divisor streams.
   gateway_array<std::int32_t> links_;

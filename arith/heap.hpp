@@ -273,12 +273,13 @@ inline std::int32_t heap_pop_equal(basic_term_heap<Order>& h) noexcept {
 // array's streams are known at once, so the work of many of them overlaps.
 //
 // Invariant: the batch belongs to the root (slot 1): every change of the
-// heap other than a join first puts the batch on the root's chain
+// heap that can move the root first puts the batch on the root's chain
 // (heap_flush_batch).  Both arrays need room for every stream.
 struct root_batch {
   std::int32_t* joined;  // oldest first
   std::int32_t* taking;  // the batch of the monomial being taken
   std::int32_t count = 0;
+  std::int32_t shortest = 16;  // taken as an array from this many on (tests lower it)
 };
 
 // Puts the batch on the root's chain, as inserting its streams one by one
@@ -295,27 +296,29 @@ inline void heap_flush_batch(basic_term_heap<Order>& h, root_batch& batch) noexc
   batch.count = 0;
 }
 
-// heap_insert, but a stream under the root's key joins the batch.
+// heap_insert, but a stream under the root's key joins the batch.  Only a
+// key above the root's moves the root, so only then does the batch go on
+// the root's chain first.
 template <class Order>
 inline void heap_offer(basic_term_heap<Order>& h, root_batch& batch, typename Order::key_type key,
                        std::int32_t s) noexcept {
-  if (h.n > 0 && h.order.equal(key, h.entries[0].key)) {
-    batch.joined[batch.count++] = s;
-    return;
+  if (h.n > 0) {
+    const auto root = h.entries[0].key;
+    if (h.order.equal(key, root)) {
+      batch.joined[batch.count++] = s;
+      return;
+    }
+    if (h.order.less(root, key)) heap_flush_batch(h, batch);
   }
-  heap_flush_batch(h, batch);
   heap_insert(h, key, s);
 }
 
-// Pops the same streams as heap_pop_equal, in the same order, and then hands
-// each to take(stream), so that take may offer the stream again at once
-// (heap_offer with the same batch).  Every slot of the monomial has left the
-// heap by then, so insertions equal to the next monomial join the root.
-// Only a chain that another slot's follows is walked to its end while
-// popping.  For callers whose insertions are all smaller than the popped
-// monomial.  Returns the number of streams taken.
-template <class Order, class Take>
-inline std::int32_t heap_take_equal(basic_term_heap<Order>& h, root_batch& batch, Take&& take) noexcept {
+namespace detail {
+
+// Removes every slot of the root's monomial, as heap_pop_equal does, and
+// returns the first stream of their joined chains.
+template <class Order>
+inline std::int32_t pop_slots(basic_term_heap<Order>& h) noexcept {
   std::int32_t* const links = h.links;
   const auto root_key = h.entries[0].key;
   const std::int32_t first = h.entries[0].chain;
@@ -327,17 +330,45 @@ inline std::int32_t heap_take_equal(basic_term_heap<Order>& h, root_batch& batch
     links[tail] = h.entries[0].chain;
     tail = h.entries[0].chain;
   }
-  std::swap(batch.joined, batch.taking);
-  const std::int32_t batched = batch.count;
-  batch.count = 0;
-  for (std::int32_t i = batched; i-- > 0;) take(batch.taking[i]);
-  std::int32_t taken = batched;
-  for (std::int32_t s = first; s != no_stream; ++taken) {
+  return first;
+}
+
+}  // namespace detail
+
+// Pops the same streams as heap_pop_equal, in the same order, and then hands
+// each to take(stream) with its link already read, so that take may insert
+// the stream again at once.  Every slot of the monomial has left the heap by
+// then, so insertions equal to the next monomial chain at the root.  Only a
+// chain that another slot's follows is walked to its end while popping.  For
+// callers whose insertions are all smaller than the popped monomial.
+template <class Order, class Take>
+inline void heap_take_equal(basic_term_heap<Order>& h, Take&& take) noexcept {
+  std::int32_t* const links = h.links;
+  for (std::int32_t s = detail::pop_slots(h); s != no_stream;) {
     const std::int32_t next = links[s];
     take(s);
     s = next;
   }
-  return taken;
+}
+
+// The same with a batch: the batch of the popped root is taken first,
+// newest first as on a chain, and take offers its insertions to the batch
+// (heap_offer).  A short batch goes on the chain instead: as a second loop,
+// whose end is another branch on data, it cost more than a few links.
+template <class Order, class Take>
+inline void heap_take_equal(basic_term_heap<Order>& h, root_batch& batch, Take&& take) noexcept {
+  if (batch.count < batch.shortest) heap_flush_batch(h, batch);
+  std::int32_t* const links = h.links;
+  const std::int32_t first = detail::pop_slots(h);
+  std::swap(batch.joined, batch.taking);
+  const std::int32_t batched = batch.count;
+  batch.count = 0;
+  for (std::int32_t i = batched; i-- > 0;) take(batch.taking[i]);
+  for (std::int32_t s = first; s != no_stream;) {
+    const std::int32_t next = links[s];
+    take(s);
+    s = next;
+  }
 }
 
 }  // namespace vorn

@@ -126,7 +126,7 @@ void multiply_heap(term_run A, term_run B, monomial_shape shape, std::int32_t p,
     const key_type popped = heap.entries[0].key;
     order.write_monomial(w, popped, [&] { return row.factors_of(order, heap.entries[0].chain); });
     if (delayed) {
-      heap_take_equal(heap, batch, [&](std::int32_t i) { row.move_on(heap, batch, i, row.take(i, add), popped); });
+      heap_take_equal(heap, batch, [&](std::int32_t i) { row.move_on(heap, i, row.take(i, add), popped, batch_insertion{batch}); });
     } else {
       std::int32_t taken = 0;
       heap_pop_equal(heap, [&](std::int32_t i) { queue[taken++] = {i, row.take(i, add)}; });

@@ -81,6 +81,22 @@ void prepare_run(const Order& order, const word* terms, std::int32_t count, std:
   }
 }
 
+// How a stream's product enters the heap: heap_insert, or an offer to the
+// root's batch (heap_offer).
+struct plain_insertion {
+  template <class Order>
+  void operator()(basic_term_heap<Order>& heap, typename Order::key_type key, std::int32_t s) const noexcept {
+    heap_insert(heap, key, s);
+  }
+};
+struct batch_insertion {
+  root_batch& batch;
+  template <class Order>
+  void operator()(basic_term_heap<Order>& heap, typename Order::key_type key, std::int32_t s) const noexcept {
+    heap_offer(heap, batch, key, s);
+  }
+};
+
 template <class Order>
 struct stream_row {
   using key_type = typename Order::key_type;
@@ -107,13 +123,12 @@ struct stream_row {
   }
 
   // Product j of stream s enters the heap under key, or under the key made
-  // from its factors; offered to the root's batch where one is given.
-  void enter(heap_type& heap, std::int32_t s, std::int32_t j, key_type key, root_batch* batch = nullptr) const noexcept {
+  // from its factors; insert(heap, key, stream) places it (heap_insert, or
+  // an offer to a batch).
+  template <class Insert = plain_insertion>
+  void enter(heap_type& heap, std::int32_t s, std::int32_t j, key_type key, Insert insert = {}) const noexcept {
     states[s] = entered(j);
-    if (batch != nullptr)
-      heap_offer(heap, *batch, key, first + s);
-    else
-      heap_insert(heap, key, first + s);
+    insert(heap, key, first + s);
   }
   void enter(heap_type& heap, std::int32_t s, std::int32_t j) const noexcept {
     const Order& o = heap.order;
@@ -148,27 +163,30 @@ struct stream_row {
 
   // The successors of product (s, j), popped under key: the next stream's
   // product j, and this stream's product j + 1.
+  template <class Insert = plain_insertion>
   void enter_next_stream(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped,
-                         root_batch* batch = nullptr) const noexcept {
+                         Insert insert = {}) const noexcept {
     const Order& o = heap.order;
     enter(heap, s + 1, j,
           o.next_key(popped, factors.step(s), term(o, factors, s + 1), term(o, walked, j), o.buffer(buffers, s + 1)),
-          batch);
+          insert);
   }
+  template <class Insert = plain_insertion>
   void enter_next_term(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped,
-                       root_batch* batch = nullptr) const noexcept {
+                       Insert insert = {}) const noexcept {
     const Order& o = heap.order;
     enter(heap, s, j + 1,
           o.next_key(popped, walked.step(j), term(o, factors, s), term(o, walked, j + 1), o.buffer(buffers, s)),
-          batch);
+          insert);
   }
 
   // In the delayed order, after product (s, j) is taken: the next stream's
   // product j enters if that stream was waiting for it, and this stream
   // moves on once the one before it has taken its product j + 1.
-  void move_on(heap_type& heap, root_batch& batch, std::int32_t s, std::int32_t j, key_type popped) const noexcept {
-    if (states[s + 1] == waiting(j)) enter_next_stream(heap, s, j, popped, &batch);
-    if (states[s - 1] >= waiting(j + 2)) enter_next_term(heap, s, j, popped, &batch);
+  template <class Insert = plain_insertion>
+  void move_on(heap_type& heap, std::int32_t s, std::int32_t j, key_type popped, Insert insert = {}) const noexcept {
+    if (states[s + 1] == waiting(j)) enter_next_stream(heap, s, j, popped, insert);
+    if (states[s - 1] >= waiting(j + 2)) enter_next_term(heap, s, j, popped, insert);
   }
 };
 

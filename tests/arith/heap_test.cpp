@@ -139,6 +139,7 @@ TYPED_TEST(TermHeap, EqualKeysInSeparateSlotsComeOutAsOneList) {
 TYPED_TEST(TermHeap, TakenStreamsCanBeOfferedAgainAtOnce) {
   std::vector<std::int32_t> arrays(32);
   root_batch batch{arrays.data(), arrays.data() + 16};
+  batch.shortest = 2;  // batches of two and more are taken as arrays
   this->insert(10, 0);
   this->insert(7, 1);
   this->insert(5, 2);
@@ -148,11 +149,10 @@ TYPED_TEST(TermHeap, TakenStreamsCanBeOfferedAgainAtOnce) {
   int rank = this->root_rank();
   chain taken;
   auto offer = [&](int to_rank, std::int32_t s) { heap_offer(this->h, batch, this->key(to_rank, s), s); };
-  EXPECT_EQ(heap_take_equal(this->h, batch, [&](std::int32_t s) {
-              taken.push_back(s);
-              offer(6, s);  // between 7 and the fives: a new slot, then the batch of none
-            }),
-            2);
+  heap_take_equal(this->h, batch, [&](std::int32_t s) {
+    taken.push_back(s);
+    offer(6, s);  // between 7 and the fives: a new slot, then a chain on it
+  });
   EXPECT_EQ(rank, 10);
   EXPECT_EQ(taken, (chain{4, 0}));
   taken.clear();
@@ -166,19 +166,24 @@ TYPED_TEST(TermHeap, TakenStreamsCanBeOfferedAgainAtOnce) {
   offer(6, 7);
   rank = this->root_rank();
   taken.clear();
-  EXPECT_EQ(heap_take_equal(this->h, batch, [&](std::int32_t s) { taken.push_back(s); }), 5);
+  heap_take_equal(this->h, batch, [&](std::int32_t s) { taken.push_back(s); });
   EXPECT_EQ(rank, 6);
   ASSERT_EQ(taken.size(), 5u);  // the batch newest first, as on a chain, then the chain
   EXPECT_EQ(chain(taken.begin(), taken.begin() + 3), (chain{7, 6, 1}));
   EXPECT_EQ(std::max(taken[3], taken[4]), 4);
-  offer(4, 8);                               // below the fives
-  offer(5, 9);                               // the root's key: batched
-  heap_flush_batch(this->h, batch);
+  offer(5, 9);   // the root's key: batched
+  offer(4, 10);  // below the root, which stays: the batch waits on
+  EXPECT_EQ(batch.count, 1);
+  offer(9, 8);  // above the root: the batch goes on the fives' chain first
   EXPECT_EQ(batch.count, 0);
   int rank5 = 0;
-  EXPECT_EQ(this->pop(rank5).size(), 4u);  // 9, 2, 3 and 5 with a batch flushed onto the chain
-  EXPECT_EQ(rank5, 5);
   EXPECT_EQ(this->pop(rank5), chain{8});
+  EXPECT_EQ(rank5, 9);
+  chain fives = this->pop(rank5);
+  EXPECT_EQ(rank5, 5);
+  std::sort(fives.begin(), fives.end());
+  EXPECT_EQ(fives, (chain{2, 3, 5, 9}));
+  EXPECT_EQ(this->pop(rank5), chain{10});
   EXPECT_EQ(this->h.n, 0);
 }
 
