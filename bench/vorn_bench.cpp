@@ -697,10 +697,10 @@ void plot_ratios(const std::vector<row>& rows, const std::string& path) {
       " font 'Arial,12' background rgb 'white'\n"
       "set output '" + path + "'\n"
       "set multiplot\n"
-      "set label 1 \"libvorn time / FLINT time on the same polynomials: left of 1 libvorn is faster\" "
+      "set label 1 \"libvorn time / FLINT time into a fresh output, on the same polynomials: left of 1 libvorn is faster\" "
       "at screen 0.5, screen " + std::to_string(1 - 28.0 / height) + " center font ',15'\n"
-      "set logscale x\nset xrange [0.2:10]\n"
-      "set xtics ('0.25' 0.25, '0.5' 0.5, '1' 1, '2' 2, '4' 4, '8' 8) nomirror\n"
+      "set logscale x\nset xrange [0.03:10]\n"
+      "set xtics ('0.04' 0.04, '0.1' 0.1, '0.25' 0.25, '0.5' 0.5, '1' 1, '2' 2, '4' 4, '8' 8) nomirror\n"
       "set grid xtics\nset yrange [" + std::to_string(-y + 0.4) + ":0.8]\nset style fill solid 0.85 border -1\n"
       "set key off\nset xlabel 'time ratio'\n"
       "$d << EOD\n" + data + "EOD\n";
